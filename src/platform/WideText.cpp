@@ -1,0 +1,135 @@
+#include "platform/WideText.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <cwchar>
+
+namespace q9::platform {
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+
+void appendUtf16(std::u16string& out, char32_t cp) {
+  if (cp >= 0x10000 && cp <= 0x10FFFF) {
+    cp -= 0x10000;
+    out.push_back(char16_t(0xD800 + (cp >> 10)));
+    out.push_back(char16_t(0xDC00 + (cp & 0x3FF)));
+  } else if (cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
+    out.push_back(char16_t(kReplacement));
+  } else {
+    out.push_back(char16_t(cp));
+  }
+}
+
+void appendUtf8(std::string& out, char32_t cp) {
+  if (cp < 0x80) {
+    out.push_back(char(cp));
+  } else if (cp < 0x800) {
+    out.push_back(char(0xC0 | (cp >> 6)));
+    out.push_back(char(0x80 | (cp & 0x3F)));
+  } else if (cp < 0x10000) {
+    out.push_back(char(0xE0 | (cp >> 12)));
+    out.push_back(char(0x80 | ((cp >> 6) & 0x3F)));
+    out.push_back(char(0x80 | (cp & 0x3F)));
+  } else {
+    out.push_back(char(0xF0 | (cp >> 18)));
+    out.push_back(char(0x80 | ((cp >> 12) & 0x3F)));
+    out.push_back(char(0x80 | ((cp >> 6) & 0x3F)));
+    out.push_back(char(0x80 | (cp & 0x3F)));
+  }
+}
+
+}  // namespace
+
+std::u16string utf8ToUtf16(std::string_view in) {
+  std::u16string out;
+  out.reserve(in.size());
+  std::size_t i = 0;
+  while (i < in.size()) {
+    const auto b = uint8_t(in[i]);
+    if (b < 0x80) {
+      out.push_back(char16_t(b));
+      ++i;
+      continue;
+    }
+    const int extra = b >= 0xF0 && b <= 0xF4 ? 3 : b >= 0xE0 && b < 0xF0 ? 2 : b >= 0xC2 && b < 0xE0 ? 1 : 0;
+    char32_t cp = extra == 1 ? (b & 0x1F) : extra == 2 ? (b & 0x0F) : (b & 0x07);
+    bool ok = extra > 0 && in.size() - i > std::size_t(extra);
+    for (int k = 1; ok && k <= extra; ++k) {
+      const auto c = uint8_t(in[i + std::size_t(k)]);
+      if ((c & 0xC0) != 0x80) ok = false;
+      cp = (cp << 6) | (c & 0x3F);
+    }
+    // Overlong forms and surrogates are not characters.
+    if (ok && ((extra == 2 && cp < 0x800) || (extra == 3 && (cp < 0x10000 || cp > 0x10FFFF)) ||
+               (cp >= 0xD800 && cp <= 0xDFFF)))
+      ok = false;
+    if (!ok) {
+      out.push_back(char16_t(kReplacement));
+      ++i;
+      continue;
+    }
+    appendUtf16(out, cp);
+    i += std::size_t(extra) + 1;
+  }
+  return out;
+}
+
+std::string utf16ToUtf8(std::u16string_view in) {
+  std::string out;
+  out.reserve(in.size());
+  for (std::size_t i = 0; i < in.size(); ++i) {
+    char32_t cp = in[i];
+    if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < in.size() && in[i + 1] >= 0xDC00 &&
+        in[i + 1] <= 0xDFFF) {
+      cp = 0x10000 + ((cp - 0xD800) << 10) + (char32_t(in[i + 1]) - 0xDC00);
+      ++i;
+    } else if (cp >= 0xD800 && cp <= 0xDFFF) {
+      cp = kReplacement;
+    }
+    appendUtf8(out, cp);
+  }
+  return out;
+}
+
+std::string utf16ToUtf8(const char16_t* text) {
+  return text ? utf16ToUtf8(std::u16string_view(text)) : std::string();
+}
+
+std::u16string narrowToWide(const char* text) {
+  std::u16string out;
+  std::mbstate_t state{};
+  const char* p = text;
+  const char* end = text + std::char_traits<char>::length(text);
+  while (p < end) {
+    wchar_t wc = 0;
+    const std::size_t n = std::mbrtowc(&wc, p, std::size_t(end - p), &state);
+    if (n == std::size_t(-1) || n == std::size_t(-2) || n == 0) {
+      out.push_back(char16_t(uint8_t(*p)));
+      ++p;
+      state = std::mbstate_t{};
+      continue;
+    }
+    appendUtf16(out, char32_t(wc));
+    p += n;
+  }
+  return out;
+}
+
+std::string cp1252ToUtf8(std::string_view bytes) {
+  // 0x80..0x9F differ from Latin-1; five of them are unassigned and map to
+  // the C1 controls, as the usual converters do.
+  static const char16_t high[32] = {
+      0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+      0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+      0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+  std::string out;
+  out.reserve(bytes.size());
+  for (char c : bytes) {
+    const auto b = uint8_t(c);
+    appendUtf8(out, b >= 0x80 && b < 0xA0 ? char32_t(high[b - 0x80]) : char32_t(b));
+  }
+  return out;
+}
+
+}  // namespace q9::platform

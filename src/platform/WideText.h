@@ -1,0 +1,24 @@
+// Wide text as the library passes it: zero-terminated UTF-16 code units.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace q9::platform {
+
+// UTF-8 to UTF-16; malformed bytes become U+FFFD.
+std::u16string utf8ToUtf16(std::string_view utf8);
+// UTF-16 to UTF-8; unpaired surrogates become U+FFFD.
+std::string utf16ToUtf8(std::u16string_view utf16);
+std::string utf16ToUtf8(const char16_t* text);
+
+// Narrow text in the process's current locale (the C library's multibyte
+// conversion) to UTF-16. Bytes the locale cannot convert are taken as
+// Latin-1 so that nothing is lost silently.
+std::u16string narrowToWide(const char* text);
+
+// Windows-1252 bytes to UTF-8.
+std::string cp1252ToUtf8(std::string_view bytes);
+
+}  // namespace q9::platform

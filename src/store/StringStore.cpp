@@ -1,0 +1,77 @@
+#include "store/StringStore.h"
+
+#include <cstring>
+#include <new>
+
+#include "platform/Heap.h"
+#include "platform/WideText.h"
+#include "store/Allocator.h"
+
+namespace q9 {
+
+int32_t compareText(const char16_t* a, const char16_t* b) {
+  static const char16_t empty[1] = {0};
+  if (!a) a = empty;
+  if (!b) b = empty;
+  while (*a && *a == *b) ++a, ++b;
+  return int32_t(uint16_t(*a)) - int32_t(uint16_t(*b));
+}
+
+std::size_t textLength(const char16_t* text) {
+  std::size_t n = 0;
+  while (text[n]) ++n;
+  return n;
+}
+
+namespace {
+int32_t compareTextItems(const void* key, const void* item) {
+  return compareText(static_cast<const char16_t*>(key), static_cast<const char16_t*>(item));
+}
+}  // namespace
+
+HRESULT createStringStore(Allocator* alloc, StringStore** out) {
+  auto* s = static_cast<StringStore*>(platform::heapAlloc(sizeof(StringStore)));
+  *out = s;
+  if (!s) return E_OUTOFMEMORY;
+  std::memset(static_cast<void*>(s), 0, sizeof(StringStore));
+  s->tag = kStringStoreTag;
+  s->allocator = alloc;
+  layoutPointers(&s->textLayout, 8100);
+  HRESULT hr = initPointerList(&s->textLayout, alloc, &s->textIndex);
+  if (hr != S_OK) return hr;
+  layoutPointers(&s->slotTextLayout, 3);
+  layoutRecords(&s->languageLayout, 4, 3);
+  layoutRecords(&s->slotLayout, sizeof(StringSlot), 3);
+  const HRESULT slotsHr = initRecordList(&s->slotLayout, alloc, &s->slots);
+  const HRESULT languagesHr = initRecordList(&s->languageLayout, alloc, &s->textLanguages);
+  s->lookupCache[0] = {0xFFFFFFFFu, -1};
+  s->lookupCache[1] = {65535u, -1};
+  return slotsHr != S_OK ? slotsHr : languagesHr;
+}
+
+void destroyStringStore(StringStore* store) {
+  if (store && store->tag == kStringStoreTag) platform::heapFree(store);
+}
+
+const char16_t* internText(StringStore* store, const char16_t* text) {
+  if (!text) return nullptr;
+  Block* block = nullptr;
+  uint64_t index = 0;
+  if (searchSorted(&store->textIndex, &block, &index, text, compareTextItems) == S_OK)
+    return static_cast<const char16_t*>(block->pointers()[index]);
+  const std::size_t bytes = (textLength(text) + 1) * sizeof(char16_t);
+  auto* copy = static_cast<char16_t*>(store->allocator->alloc(store->allocator, bytes));
+  if (!copy) return nullptr;
+  std::memcpy(copy, text, bytes);
+  // A copy the index could not take is still good; later searches miss it.
+  insertSorted(&store->textLayout, store->allocator, &store->textIndex, block, index, copy);
+  return copy;
+}
+
+const char16_t* internTextA(StringStore* store, const char* text) {
+  if (!text) return nullptr;
+  std::u16string wide = platform::narrowToWide(text);
+  return internText(store, wide.c_str());
+}
+
+}  // namespace q9

@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the project builds, tests and benchmarks with.
+set -euo pipefail
+packages=(
+  cmake make g++ clang pkg-config binutils
+  liblua5.3-dev lua5.3
+  libxml2-dev libxslt1-dev
+  libgtest-dev libgmock-dev libbenchmark-dev
+  valgrind graphviz
+)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
