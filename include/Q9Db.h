@@ -239,4 +239,7 @@ Q9DB_API HRESULT Q9Db_getUpperLimit(Q9DbNode *range, double *out);
 }
 #endif
 
+#include "Q9DbBits.h"
+#include "Q9DbImport.h"
+
 #endif /* Q9DB_H */

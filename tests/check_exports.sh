@@ -3,9 +3,9 @@
 # its header declares. Both lists must match exactly.
 set -euo pipefail
 lib=$1
-header=$2
+headers=("$2"/*.h)
 exported=$(nm -D --defined-only "$lib" | awk '$2 ~ /^[TW]$/ {print $3}' | sort -u)
-declared=$(grep -oE '^Q9DB_API[^(]*\(' "$header" | sed -E 's/.*[ *]([A-Za-z_0-9]+)\($/\1/' | sort -u)
+declared=$(grep -hoE '^Q9DB_API[^(]*\(' "${headers[@]}" | sed -E 's/.*[ *]([A-Za-z_0-9]+)\($/\1/' | sort -u)
 extra=$(comm -23 <(echo "$exported") <(echo "$declared"))
 missing=$(comm -13 <(echo "$exported") <(echo "$declared"))
 status=0
