@@ -1,0 +1,313 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "StoreFixture.h"
+
+namespace q9::test {
+namespace {
+
+using Classes = std::vector<int>;
+Classes span(int first, int last) {
+  Classes c;
+  for (int i = first; i <= last; ++i) c.push_back(i);
+  return c;
+}
+Classes operator+(Classes a, const Classes& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+struct AccessorRow {
+  const char* name;
+  Classes accepted;
+  std::function<HRESULT(Q9DbNode* self, Q9DbNode* db)> call;
+};
+
+// Which classes each accessor takes. Anything else must answer E_INVALIDARG
+// and leave the node alone.
+std::vector<AccessorRow> accessorRows() {
+  Q9DbNode* n = nullptr;
+  int32_t i32 = 0;
+  uint32_t u32 = 0;
+  uint64_t u64 = 0;
+  double f = 0;
+  const char16_t* text = nullptr;
+  // Values are read through static storage so the lambdas stay simple.
+  static Q9DbNode* nodeOut;
+  static int32_t i32Out;
+  static uint32_t u32Out;
+  static uint64_t u64Out;
+  static double fOut;
+  static const char16_t* textOut;
+  (void)n, (void)i32, (void)u32, (void)u64, (void)f, (void)text;
+  auto refOrSelf = [](Q9DbNode* self) {
+    Q9DbNode* current = nullptr;
+    Q9Db_getReference(self, &current);
+    return current ? current : self;
+  };
+  return {
+      {"getDatabaseRef", span(2, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getDatabaseRef(s, &nodeOut); }},
+      {"getElementId", span(3, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getElementId(s, &textOut); }},
+      {"setElementId", span(3, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setElementId(s, u"renamed"); }},
+      {"getGroup", span(3, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getGroup(s, &nodeOut); }},
+      {"getParam", span(3, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getParam(s, &u64Out); }},
+      {"setParam", span(3, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setParam(s, 42); }},
+      {"setShortName", span(4, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setShortName(s, u"sn"); }},
+      {"getShortName", span(4, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getShortName(s, &textOut); }},
+      {"setLongName", span(4, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setLongName(s, 1, u"ln"); }},
+      {"getLongName", span(4, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getLongName(s, 1, 2, &textOut); }},
+      {"setDescription", span(4, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setDescription(s, 1, u"d"); }},
+      {"getDescription", span(4, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getDescription(s, 1, 2, &textOut); }},
+      {"setElementDetail", span(4, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setElementDetail(s, 1, u"l", u"d"); }},
+      {"getElementDetail", span(4, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getElementDetail(s, 1, 2, &textOut, nullptr); }},
+      {"setDisplayName", {24}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setDisplayName(s, 1, u"km/h"); }},
+      {"getDisplayName", {24}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getDisplayName(s, 1, 2, &textOut); }},
+      {"getTextValue", {28}, [](Q9DbNode* s, Q9DbNode* db) { return Q9Db_getTextValue(db, s, 1, 2, &textOut); }},
+      {"setParent", span(5, 22), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setParent(s, s); }},
+      {"getParent", span(5, 22), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getParent(s, &nodeOut); }},
+      {"setReference", span(6, 21), [refOrSelf](Q9DbNode* s, Q9DbNode*) { return Q9Db_setReference(s, refOrSelf(s)); }},
+      {"getReference", span(6, 21), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getReference(s, &nodeOut); }},
+      {"setFrame", span(11, 15), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setFrame(s, nullptr); }},
+      {"getFrame", span(11, 15), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getFrame(s, &nodeOut); }},
+      {"setChannel", span(11, 15), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setChannel(s, nullptr); }},
+      {"getChannel", span(11, 15), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getChannel(s, &nodeOut); }},
+      {"setSourceECU", span(11, 15), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setSourceECU(s, nullptr); }},
+      {"getSourceECU", span(11, 15), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getSourceECU(s, &nodeOut); }},
+      {"getStaticPart", {32}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getStaticPart(s, &nodeOut); }},
+      {"getElsePart", {32}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getElsePart(s, &nodeOut); }},
+      {"getUnit", Classes{19, 24} + span(6, 21), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getUnit(s, &nodeOut); }},
+      {"setClusterType", {10}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setClusterType(s, 1); }},
+      {"getClusterType", {10}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getClusterType(s, &i32Out); }},
+      {"getFlags", span(11, 15) + Classes{18, 37}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getFlags(s, &u32Out); }},
+      {"getSlotId", {13}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getSlotId(s, &i32Out); }},
+      {"getCycleOffset", {13}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getCycleOffset(s, &i32Out); }},
+      {"getRepetition", {13}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getRepetition(s, &i32Out); }},
+      {"getIdentifier", {14}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getIdentifier(s, &u32Out); }},
+      {"getIdentifierMask", {15}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getIdentifierMask(s, &u32Out); }},
+      {"getIdentifierCode", {15}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getIdentifierCode(s, &u32Out); }},
+      {"getByteOrder", {17, 20, 36}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getByteOrder(s, &i32Out); }},
+      {"getBitPosition", {17, 20, 36}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getBitPosition(s, &i32Out); }},
+      {"getUpdateBitPosition", {17, 20}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getUpdateBitPosition(s, &i32Out); }},
+      {"getBitLength", Classes{19, 36} + span(30, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getBitLength(s, &i32Out); }},
+      {"getDefaultValue", {18}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getDefaultValue(s, &fOut); }},
+      {"getMinValue", {18}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getMinValue(s, &fOut); }},
+      {"getMaxValue", {18}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getMaxValue(s, &fOut); }},
+      {"getEncoding", {19}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getEncoding(s, &u32Out); }},
+      {"getSwitchCode", {21}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getSwitchCode(s, &u32Out); }},
+      {"getLength", {23}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getLength(s, &i32Out); }},
+      {"getScale", {27}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getScale(s, &fOut); }},
+      {"getOffset", {27}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getOffset(s, &fOut); }},
+      {"getValue", {29}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getValue(s, &fOut); }},
+      {"getUnusedBytePattern", span(30, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getUnusedBytePattern(s, &u32Out); }},
+      {"getSwitchByteOrder", {32}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getSwitchByteOrder(s, &i32Out); }},
+      {"getSwitchPosition", {32}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getSwitchPosition(s, &i32Out); }},
+      {"getSwitchLength", {32}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getSwitchLength(s, &i32Out); }},
+      {"getDefaultSwitchCode", {32}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getDefaultSwitchCode(s, &u32Out); }},
+      {"getDebounceTime", {34}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getDebounceTime(s, &i32Out); }},
+      {"getCycletime", {35}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getCycletime(s, &u64Out); }},
+      {"getLowerLimit", {37}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getLowerLimit(s, &fOut); }},
+      {"getUpperLimit", {37}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getUpperLimit(s, &fOut); }},
+  };
+}
+
+TEST_F(StoreTest, EveryAccessorTakesExactlyItsClasses) {
+  for (const AccessorRow& row : accessorRows()) {
+    for (int number : concreteClassNumbers()) {
+      void* self = makeByNumber(number);
+      const HRESULT hr = row.call(node(self), handle);
+      const bool accepted =
+          std::find(row.accepted.begin(), row.accepted.end(), number) != row.accepted.end();
+      if (accepted)
+        EXPECT_TRUE(hr == S_OK || hr == S_FALSE) << row.name << " on class " << number << ": " << hr;
+      else
+        EXPECT_EQ(hr, E_INVALIDARG) << row.name << " on class " << number;
+    }
+    EXPECT_EQ(row.call(nullptr, handle), E_INVALIDARG) << row.name << " on null";
+  }
+}
+
+TEST_F(StoreTest, NullOutsAreRefused) {
+  auto* f = make<Frame>();
+  auto* coding = make<Coding>();
+  EXPECT_EQ(Q9Db_getLength(node(f), nullptr), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_getShortName(node(f), nullptr), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_getLongName(node(f), 1, 2, nullptr), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_getUnit(node(coding), nullptr), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_getBitLength(node(coding), nullptr), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_getElementDetail(node(f), 1, 2, nullptr, nullptr), E_UNEXPECTED);
+}
+
+TEST_F(StoreTest, ValuesAreReadFromTheirOwnFields) {
+  auto* instance = make<SignalInstance>();
+  instance->byteOrder = 1, instance->bitpos = 12, instance->updateBitpos = 7;
+  auto* placement = make<PDUInstance>();
+  placement->byteOrder = 0, placement->bitpos = 32, placement->updateBitpos = 3;
+  Segment segment{};
+  writeTag(&segment, Segment::kNodeType);
+  segment.byteOrder = 1, segment.bitpos = 40, segment.bitlen = 16;
+  int32_t v = 0;
+  EXPECT_EQ(Q9Db_getBitPosition(node(instance), &v), S_OK);
+  EXPECT_EQ(v, 12);
+  EXPECT_EQ(Q9Db_getBitPosition(node(placement), &v), S_OK);
+  EXPECT_EQ(v, 32);
+  EXPECT_EQ(Q9Db_getBitPosition(node(&segment), &v), S_OK);
+  EXPECT_EQ(v, 40);
+  EXPECT_EQ(Q9Db_getByteOrder(node(&segment), &v), S_OK);
+  EXPECT_EQ(v, 1);
+  EXPECT_EQ(Q9Db_getBitLength(node(&segment), &v), S_OK);
+  EXPECT_EQ(v, 16);
+  EXPECT_EQ(Q9Db_getUpdateBitPosition(node(placement), &v), S_OK);
+  EXPECT_EQ(v, 3);
+
+  auto* trig = make<MaskedIdentifierTriggering>();
+  trig->mask = 0x7F0, trig->code = 0x120, trig->flags = Q9_FLAG_CANEXTENDED;
+  uint32_t u = 0;
+  EXPECT_EQ(Q9Db_getIdentifierMask(node(trig), &u), S_OK);
+  EXPECT_EQ(u, 0x7F0u);
+  EXPECT_EQ(Q9Db_getIdentifierCode(node(trig), &u), S_OK);
+  EXPECT_EQ(u, 0x120u);
+  EXPECT_EQ(Q9Db_getFlags(node(trig), &u), S_OK);
+  EXPECT_EQ(u, Q9_FLAG_CANEXTENDED);
+
+  auto* cyclic = make<CyclicTiming>();
+  cyclic->cycleTime = 0x1'0000'0064ull;
+  uint64_t t = 0;
+  EXPECT_EQ(Q9Db_getCycletime(node(cyclic), &t), S_OK);
+  EXPECT_EQ(t, 0x1'0000'0064ull);
+  EXPECT_EQ(Q9Db_getFlags(node(cyclic), &u), E_INVALIDARG);
+
+  auto* cluster = make<Cluster>();
+  ASSERT_EQ(Q9Db_setClusterType(node(cluster), Q9_CLUSTERTYPE_LIN), S_OK);
+  EXPECT_EQ(Q9Db_getClusterType(node(cluster), &v), S_OK);
+  EXPECT_EQ(v, Q9_CLUSTERTYPE_LIN);
+  uint64_t param = 0;
+  ASSERT_EQ(Q9Db_setParam(node(cluster), 0xFFFF'0000'1234'5678ull), S_OK);
+  EXPECT_EQ(Q9Db_getParam(node(cluster), &param), S_OK);
+  EXPECT_EQ(param, 0xFFFF'0000'1234'5678ull);
+}
+
+TEST_F(StoreTest, NamesFallBackToTheId) {
+  auto* f = make<Frame>();
+  const char16_t* out = u"x";
+  EXPECT_EQ(Q9Db_getShortName(node(f), &out), S_FALSE);
+  EXPECT_EQ(out, nullptr);
+  ASSERT_EQ(registerElementId(db(), u"EngineData", f), S_OK);
+  EXPECT_EQ(Q9Db_getShortName(node(f), &out), S_OK);
+  EXPECT_EQ(std::u16string(out), u"EngineData");
+  ASSERT_EQ(Q9Db_setShortName(node(f), u"Engine"), S_OK);
+  EXPECT_EQ(Q9Db_getShortName(node(f), &out), S_OK);
+  EXPECT_EQ(std::u16string(out), u"Engine");
+  ASSERT_EQ(Q9Db_setShortName(node(f), nullptr), S_OK);
+  EXPECT_EQ(Q9Db_getShortName(node(f), &out), S_OK);
+  EXPECT_EQ(std::u16string(out), u"EngineData");
+  // Clearing the id does not touch the index entry.
+  EXPECT_EQ(Q9Db_setElementId(node(f), nullptr), S_OK);
+  EXPECT_EQ(Q9Db_getElementId(node(f), &out), S_OK);
+  EXPECT_EQ(out, nullptr);
+}
+
+TEST_F(StoreTest, LongNamesAndDescriptions) {
+  auto* s = make<Signal>();
+  const char16_t* out = u"x";
+  EXPECT_EQ(Q9Db_getLongName(node(s), 1, 2, &out), S_FALSE);
+  EXPECT_EQ(out, nullptr);
+  EXPECT_EQ(Q9Db_setLongName(node(s), 1, u""), S_OK);
+  EXPECT_EQ(s->longname, nullptr) << "an empty text makes no slot";
+  ASSERT_EQ(Q9Db_setElementDetail(node(s), 7, u"Drehzahl", u"Motordrehzahl"), S_OK);
+  ASSERT_EQ(Q9Db_setLongName(node(s), 9, u"speed"), S_OK);
+  const char16_t* lname = nullptr;
+  const char16_t* desc = nullptr;
+  EXPECT_EQ(Q9Db_getElementDetail(node(s), 9, 65535, &lname, &desc), S_OK);
+  EXPECT_EQ(std::u16string(lname), u"speed");
+  EXPECT_EQ(std::u16string(desc), u"Motordrehzahl");
+  EXPECT_EQ(Q9Db_setElementDetail(node(s), 7, nullptr, u"d"), E_UNEXPECTED);
+  ASSERT_EQ(Q9Db_setLongName(node(s), 9, nullptr), S_OK);
+  out = nullptr;
+  EXPECT_EQ(Q9Db_getLongName(node(s), 9, 2, &out), S_FALSE);
+
+  auto* unit = make<UnitSpec>();
+  EXPECT_EQ(Q9Db_setDisplayName(node(unit), 1, nullptr), E_INVALIDARG);
+  ASSERT_EQ(Q9Db_setDisplayName(node(unit), 1, u"km/h"), S_OK);
+  out = nullptr;
+  EXPECT_EQ(Q9Db_getDisplayName(node(unit), 5, 65535, &out), S_OK);
+  EXPECT_EQ(std::u16string(out), u"km/h");
+
+  auto* mapped = make<MappedTextComputation>();
+  out = u"x";
+  EXPECT_EQ(Q9Db_getTextValue(handle, node(mapped), 1, 2, &out), S_FALSE);
+  EXPECT_EQ(out, nullptr);
+  Q9DbStringSlot* slot = nullptr;
+  ASSERT_EQ(Q9Db_stringCreateSlot(handle, 1, u"Off", &slot), S_OK);
+  mapped->textvalue = reinterpret_cast<StringSlot*>(slot);
+  EXPECT_EQ(Q9Db_getTextValue(handle, node(mapped), 1, 2, &out), S_OK);
+  EXPECT_EQ(std::u16string(out), u"Off");
+  EXPECT_EQ(Q9Db_getTextValue(node(mapped), node(mapped), 1, 2, &out), E_INVALIDARG);
+}
+
+TEST_F(StoreTest, LinkSettersCheckTheirValues) {
+  auto* trig = make<IdentifierBasedTriggering>();
+  auto* frame = make<Frame>();
+  auto* channel = make<Channel>();
+  auto* cluster = make<Cluster>();
+  auto* ecu = make<ElementGroup>();
+  Q9DbNode* out = nullptr;
+  EXPECT_EQ(Q9Db_setFrame(node(trig), node(channel)), E_FAIL);
+  EXPECT_EQ(Q9Db_setFrame(node(trig), node(frame)), S_OK);
+  EXPECT_EQ(Q9Db_getFrame(node(trig), &out), S_OK);
+  EXPECT_EQ(out, node(frame));
+  EXPECT_EQ(Q9Db_setChannel(node(trig), node(frame)), E_FAIL);
+  EXPECT_EQ(Q9Db_setChannel(node(trig), node(channel)), S_OK);
+  EXPECT_EQ(Q9Db_getChannel(node(trig), &out), S_OK);
+  EXPECT_EQ(out, node(channel));
+  EXPECT_EQ(Q9Db_getParent(node(trig), &out), S_OK);
+  EXPECT_EQ(out, node(channel)) << "channel and parent are one field";
+  EXPECT_EQ(Q9Db_setSourceECU(node(trig), node(frame)), E_FAIL);
+  EXPECT_EQ(Q9Db_setSourceECU(node(trig), node(cluster)), S_OK);
+  EXPECT_EQ(Q9Db_setFrame(node(frame), node(frame)), E_INVALIDARG) << "owner class comes first";
+  EXPECT_EQ(Q9Db_setFrame(node(trig), nullptr), S_OK);
+  EXPECT_EQ(Q9Db_getFrame(node(trig), &out), S_OK);
+  EXPECT_EQ(out, nullptr);
+
+  EXPECT_EQ(Q9Db_setGroup(node(frame), node(cluster)), S_OK);
+  EXPECT_EQ(Q9Db_setGroup(node(frame), node(channel)), S_FALSE);
+  EXPECT_EQ(Q9Db_getGroup(node(frame), &out), S_OK);
+  EXPECT_EQ(out, node(cluster)) << "a refused group leaves the old one";
+  EXPECT_EQ(Q9Db_setGroup(node(frame), nullptr), S_OK);
+  EXPECT_EQ(Q9Db_getGroup(node(frame), &out), S_OK);
+  EXPECT_EQ(out, nullptr);
+
+  // A frame has no parent: its length stands there.
+  frame->length = 8;
+  EXPECT_EQ(Q9Db_setParent(node(frame), node(ecu)), E_INVALIDARG);
+  EXPECT_EQ(frame->length, 8);
+  EXPECT_EQ(Q9Db_setParent(node(channel), nullptr), E_INVALIDARG);
+  unsigned char timing[16] = {};
+  writeTag(timing, CyclicTiming::kNodeType);
+  EXPECT_EQ(Q9Db_setParent(node(channel), node(timing)), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_setReference(node(ecu), node(frame)), S_OK);
+}
+
+TEST_F(StoreTest, UnitsThroughCodings) {
+  auto* unit = make<UnitSpec>();
+  auto* coding = make<Coding>();
+  auto* signal = make<Signal>();
+  Q9DbNode* out = node(unit);
+  EXPECT_EQ(Q9Db_getUnit(node(signal), &out), S_OK);
+  EXPECT_EQ(out, nullptr) << "no coding: no unit";
+  coding->reference = unit;
+  signal->reference = coding;
+  EXPECT_EQ(Q9Db_getUnit(node(signal), &out), S_OK);
+  EXPECT_EQ(out, node(unit));
+  EXPECT_EQ(Q9Db_getUnit(node(coding), &out), S_OK);
+  EXPECT_EQ(out, node(unit));
+  EXPECT_EQ(Q9Db_getUnit(node(unit), &out), S_OK);
+  EXPECT_EQ(out, node(unit));
+  EXPECT_EQ(Q9Db_getUnit(node(make<Channel>()), &out), E_INVALIDARG);
+}
+
+}  // namespace
+}  // namespace q9::test

@@ -1,0 +1,59 @@
+// A database per test, plus helpers to make nodes of any class directly.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "Q9Db.h"
+#include "store/Database.h"
+#include "store/NodeClasses.h"
+#include "store/StringStore.h"
+#include "platform/Heap.h"
+
+#include <memory>
+#include <vector>
+
+namespace q9::test {
+
+inline Q9DbNode* node(void* p) { return static_cast<Q9DbNode*>(p); }
+
+class StoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(Q9Db_create(u"db", &handle), S_OK); }
+  void TearDown() override { EXPECT_EQ(Q9Db_destroy(handle), S_OK); }
+
+  Q9Db* db() { return asDatabase(handle); }
+  StringStore* store() { return db()->stringStore; }
+
+  template <typename Node>
+  Node* make() {
+    auto* n = allocNodeOf<Node>(db());
+    EXPECT_NE(n, nullptr);
+    return n;
+  }
+
+  // A node of the class with this class number; records and the handle
+  // come from their own places.
+  void* makeByNumber(int number) {
+    const uint32_t type = kNodeClasses[number - 1].nodeType;
+    if (type == Q9Db::kNodeType) return db();
+    if (type == DatabaseCollections::kNodeType) return db()->reference;
+    if (type == Segment::kNodeType || type == ValueRange::kNodeType) {
+      records.emplace_back(new unsigned char[64]());
+      writeTag(records.back().get(), type);
+      return records.back().get();
+    }
+    return allocNode(db(), type);
+  }
+
+  Q9DbNode* handle = nullptr;
+  std::vector<std::unique_ptr<unsigned char[]>> records;
+};
+
+// The classes that exist as nodes (no abstract class has instances).
+inline const std::vector<int>& concreteClassNumbers() {
+  static const std::vector<int> numbers = {6,  7,  8,  9,  10, 13, 14, 15, 16, 17, 18, 19, 20, 21,
+                                           22, 23, 24, 26, 27, 28, 29, 31, 32, 34, 35, 36, 37};
+  return numbers;
+}
+
+}  // namespace q9::test
