@@ -235,6 +235,173 @@ Q9DB_API HRESULT Q9Db_getCycletime(Q9DbNode *timing, uint64_t *out);
 Q9DB_API HRESULT Q9Db_getLowerLimit(Q9DbNode *range, double *out);
 Q9DB_API HRESULT Q9Db_getUpperLimit(Q9DbNode *range, double *out);
 
+/* ---- Factories ----------------------------------------------------------
+ * The first argument is the database handle, the last receives the new node.
+ * Once a node is made it is written to out whatever the status: a later
+ * failure leaves it in the database, unlinked. */
+
+Q9DB_API HRESULT Q9Db_createCluster(Q9DbNode *db, const char16_t *id, int32_t clusterType,
+                                    Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createChannel(Q9DbNode *db, const char16_t *id, Q9DbNode *cluster,
+                                    Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createFrame(Q9DbNode *db, const char16_t *id, int32_t length,
+                                  Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createAbsolutelyScheduledTriggering(
+    Q9DbNode *db, const char16_t *id, int32_t slotId, int32_t baseCycle, int32_t repetition,
+    uint32_t flags, Q9DbNode *frame, Q9DbNode *sourceEcu, Q9DbNode *channel, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createIdentifierBasedTriggering(Q9DbNode *db, const char16_t *id,
+                                                      uint32_t identifier, uint32_t flags,
+                                                      Q9DbNode *frame, Q9DbNode *sourceEcu,
+                                                      Q9DbNode *channel, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createMaskedIdentifierTriggering(Q9DbNode *db, const char16_t *id,
+                                                       uint32_t mask, uint32_t code,
+                                                       uint32_t flags, Q9DbNode *frame,
+                                                       Q9DbNode *sourceEcu, Q9DbNode *channel,
+                                                       Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createSignalPDU(Q9DbNode *db, const char16_t *id, int32_t bitlen,
+                                     Q9DbNode *parent, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createMultiplexedPDU(Q9DbNode *db, const char16_t *id, int32_t bitlen,
+                                          int32_t switchByteOrder, int32_t switchPosition,
+                                          int32_t switchLength, uint32_t defaultSwitchCode,
+                                          Q9DbNode *parent, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createMultiplexedPart(Q9DbNode *db, const char16_t *id, uint32_t switchCode,
+                                           Q9DbNode *parent, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createPDUInstance(Q9DbNode *db, const char16_t *id, int32_t byteOrder,
+                                       int32_t bitpos, int32_t updateBitpos, Q9DbNode *pdu,
+                                       Q9DbNode *owner, Q9DbNode **out);
+/* Each link node may be a Channel or a PDU. */
+Q9DB_API HRESULT Q9Db_createPDUTriggering(Q9DbNode *db, const char16_t *id, Q9DbNode *first,
+                                         Q9DbNode *second, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createEventControlledTiming(Q9DbNode *db, int32_t debounceTime,
+                                                 Q9DbNode *group, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createCyclicTiming(Q9DbNode *db, uint64_t cycleTime, Q9DbNode *group,
+                                        Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createECU(Q9DbNode *db, const char16_t *id, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createSignal(Q9DbNode *db, const char16_t *id, uint32_t flags,
+                                   double defaultValue, double minValue, double maxValue,
+                                   Q9DbNode *coding, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createSignalInstance(Q9DbNode *db, const char16_t *id, int32_t byteOrder,
+                                          int32_t bitpos, int32_t updateBitpos,
+                                          Q9DbNode *signal, Q9DbNode *pdu, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createCoding(Q9DbNode *db, const char16_t *id, int32_t bitlen,
+                                   uint32_t encoding, Q9DbNode *unit, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createUnitSpec(Q9DbNode *db, const char16_t *id, uint16_t language,
+                                     const char16_t *displayName, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createIdentityComputation(Q9DbNode *db, const char16_t *id,
+                                                Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createLinearComputation(Q9DbNode *db, const char16_t *id, double scale,
+                                              double offset, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createMappedValueComputation(Q9DbNode *db, const char16_t *id,
+                                                   double value, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createMappedTextComputation(Q9DbNode *db, const char16_t *id,
+                                                  Q9DbStringSlot *textvalue, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createElementGroup(Q9DbNode *db, const char16_t *id, Q9DbNode *parentGroup,
+                                         Q9DbNode *reference, Q9DbNode **out);
+Q9DB_API HRESULT Q9Db_createElementReference(Q9DbNode *db, const char16_t *id,
+                                             Q9DbNode *reference, Q9DbNode **out);
+
+/* ---- Member lists ---------------------------------------------------------
+ * List operations take the owner, a count and an array of that many nodes;
+ * null entries and entries of a wrong class are skipped. */
+
+Q9DB_API HRESULT Q9Db_insertChildren(Q9DbNode *group, uint64_t count, Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_appendChildren(Q9DbNode *group, uint64_t count, Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addClusters(Q9DbNode *db, uint64_t count, Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addECUs(Q9DbNode *db, uint64_t count, Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addFrames(Q9DbNode *db, uint64_t count, Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addCodings(Q9DbNode *db, uint64_t count, Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addPDUs(Q9DbNode *db, uint64_t count, Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addSignals(Q9DbNode *db, uint64_t count, Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addViews(Q9DbNode *db, uint64_t count, Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addSignalInstances(Q9DbNode *owner, uint64_t count,
+                                         Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addFrameTriggerings(Q9DbNode *owner, uint64_t count,
+                                          Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addPDUTriggerings(Q9DbNode *owner, uint64_t count, Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addPDUInstances(Q9DbNode *owner, uint64_t count, Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addParents(Q9DbNode *pdu, uint64_t count, Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addDynamicParts(Q9DbNode *multiplexedPdu, uint64_t count,
+                                      Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addInternalToPhysicalComputations(Q9DbNode *coding, uint64_t count,
+                                                        Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addPhysicalToInternalComputations(Q9DbNode *coding, uint64_t count,
+                                                        Q9DbNode *const *items);
+Q9DB_API HRESULT Q9Db_addSegment(Q9DbNode *part, int32_t byteOrder, int32_t bitpos,
+                                 int32_t bitlen);
+Q9DB_API HRESULT Q9Db_addRange(Q9DbNode *computation, double lowerLimit, double upperLimit,
+                               uint32_t flags);
+Q9DB_API HRESULT Q9Db_setStaticPart(Q9DbNode *multiplexedPdu, Q9DbNode *part);
+Q9DB_API HRESULT Q9Db_setElsePart(Q9DbNode *multiplexedPdu, Q9DbNode *part);
+Q9DB_API HRESULT Q9Db_setSignal(Q9DbNode *signalInstance, Q9DbNode *target);
+
+/* ---- Enumerators ----------------------------------------------------------
+ * Heap form: set the pointer variable to NULL before opening; end it with
+ * Q9Db_enumeratorDestroy. Caller-owned form: write one of the two tags into
+ * your own Q9DbEnumerator, zero the rest, point the variable at it, and never
+ * destroy it. Passing a variable that already holds an enumerator re-aims it. */
+
+#define Q9_ENUMERATOR_TAG_POINTERS 0x696C5065u /* "ePli" */
+#define Q9_ENUMERATOR_TAG_RECORDS  0x73694C65u /* "eLis" */
+
+typedef struct Q9DbEnumerator {
+  uint32_t tag;
+  void *list;
+  const void *layout;
+  void *block;
+  uint64_t index;
+} Q9DbEnumerator;
+
+/* Key versus item: negative when the key sorts before the item. */
+typedef int32_t (*Q9DbCompareFn)(const void *key, const void *item);
+
+Q9DB_API HRESULT Q9Db_enumChildren(Q9DbNode *group, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumIdentElements(Q9DbNode *db, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumClusters(Q9DbNode *db, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumECUs(Q9DbNode *db, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumPDUs(Q9DbNode *db, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumFrames(Q9DbNode *db, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumSignals(Q9DbNode *db, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumCodings(Q9DbNode *db, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumViews(Q9DbNode *db, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumFrameTriggerings(Q9DbNode *owner, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumPDUTriggerings(Q9DbNode *owner, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumPDUInstances(Q9DbNode *owner, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumSignalInstances(Q9DbNode *owner, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumParents(Q9DbNode *pdu, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumDynamicParts(Q9DbNode *multiplexedPdu, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumInternalToPhysicalComputations(Q9DbNode *coding,
+                                                         Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumPhysicalToInternalComputations(Q9DbNode *coding,
+                                                         Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumSegments(Q9DbNode *part, Q9DbEnumerator **pEnum);
+Q9DB_API HRESULT Q9Db_enumRanges(Q9DbNode *computation, Q9DbEnumerator **pEnum);
+
+Q9DB_API HRESULT Q9Db_enumeratorNext(Q9DbEnumerator *e, uint32_t n, Q9DbNode **out,
+                                     uint32_t *fetched);
+Q9DB_API HRESULT Q9Db_enumeratorSkip(Q9DbEnumerator *e, uint32_t n);
+Q9DB_API HRESULT Q9Db_enumeratorReset(Q9DbEnumerator *e);
+Q9DB_API HRESULT Q9Db_enumeratorGetCount(Q9DbEnumerator *e, uint64_t *out);
+Q9DB_API HRESULT Q9Db_enumeratorFindNext(Q9DbEnumerator *e, uint64_t key,
+                                         Q9DbCompareFn comparison);
+Q9DB_API HRESULT Q9Db_enumeratorDestroy(Q9DbEnumerator *e);
+
+/* ---- Qualified ids and BSTR ---------------------------------------------
+ * A qualified id is "<database id>::<element id>". Results are BSTRs, owned
+ * by the caller and freed with SysFreeString. */
+
+#if !defined(_WIN32)
+typedef char16_t *BSTR;
+Q9DB_API BSTR SysAllocString(const char16_t *text);
+Q9DB_API BSTR SysAllocStringLen(const char16_t *text, uint32_t length);
+Q9DB_API BSTR SysAllocStringByteLen(const char *bytes, uint32_t byteLength);
+Q9DB_API uint32_t SysStringLen(BSTR text);
+Q9DB_API void SysFreeString(BSTR text);
+#endif
+
+Q9DB_API HRESULT Q9Db_getQualifiedId(Q9DbNode *node, BSTR *out);
+Q9DB_API HRESULT Q9Db_splitQualifiedId(const char16_t *qualifiedId, BSTR *outDatabaseId,
+                                       BSTR *outElementId);
+
 #ifdef __cplusplus
 }
 #endif
