@@ -1,0 +1,178 @@
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "StoreFixture.h"
+
+namespace q9::test {
+namespace {
+
+class EnumeratorsTest : public StoreTest {
+ protected:
+  // A group with n children in arrival order (blocks of five).
+  Q9DbNode* groupOf(int n) {
+    Q9DbNode* g = nullptr;
+    EXPECT_EQ(Q9Db_createElementGroup(handle, nullptr, nullptr, nullptr, &g), S_OK);
+    for (int i = 0; i < n; ++i) {
+      Q9DbNode* child = nullptr;
+      EXPECT_EQ(Q9Db_createElementGroup(handle, nullptr, g, nullptr, &child), S_OK);
+      children.push_back(child);
+    }
+    return g;
+  }
+  std::vector<Q9DbNode*> children;
+};
+
+TEST_F(EnumeratorsTest, FetchSequenceOnTwoItems) {
+  Q9DbNode* g = groupOf(2);
+  Q9DbEnumerator* e = nullptr;
+  ASSERT_EQ(Q9Db_enumChildren(g, &e), S_OK);
+  Q9DbNode* out = nullptr;
+  uint32_t fetched = 9;
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, &out, &fetched), S_OK);
+  EXPECT_EQ(out, children[0]);
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, &out, &fetched), S_OK);
+  EXPECT_EQ(out, children[1]);
+  out = nullptr;
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, &out, &fetched), S_FALSE);
+  EXPECT_EQ(fetched, 0u);
+  EXPECT_EQ(out, nullptr);
+  fetched = 9;
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, &out, &fetched), S_FALSE);
+  EXPECT_EQ(fetched, 9u);
+  // Reset brings back a cursor that ran off.
+  EXPECT_EQ(Q9Db_enumeratorReset(e), S_OK);
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, &out, &fetched), S_OK);
+  EXPECT_EQ(out, children[0]);
+  EXPECT_EQ(Q9Db_enumeratorDestroy(e), S_OK);
+}
+
+TEST_F(EnumeratorsTest, ManyAtOnceAcrossBlocks) {
+  Q9DbNode* g = groupOf(7);
+  Q9DbEnumerator* e = nullptr;
+  ASSERT_EQ(Q9Db_enumChildren(g, &e), S_OK);
+  uint64_t count = 0;
+  EXPECT_EQ(Q9Db_enumeratorGetCount(e, &count), S_OK);
+  EXPECT_EQ(count, 7u);
+  Q9DbNode* out[10] = {};
+  uint32_t fetched = 0;
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 0, out, &fetched), S_FALSE);
+  EXPECT_EQ(fetched, 0u);
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 10, out, &fetched), S_OK);
+  ASSERT_EQ(fetched, 7u);
+  for (size_t i = 0; i < 7; ++i) EXPECT_EQ(out[i], children[i]);
+  EXPECT_EQ(Q9Db_enumeratorReset(e), S_OK);
+  EXPECT_EQ(Q9Db_enumeratorSkip(e, 6), S_OK);
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, out, &fetched), S_OK);
+  EXPECT_EQ(out[0], children[6]);
+  EXPECT_EQ(Q9Db_enumeratorSkip(e, 5), S_OK);
+  Q9Db_enumeratorDestroy(e);
+}
+
+TEST_F(EnumeratorsTest, EmptyListsOpenFine) {
+  Q9DbNode* g = groupOf(0);
+  Q9DbEnumerator* e = nullptr;
+  ASSERT_EQ(Q9Db_enumChildren(g, &e), S_OK);
+  uint64_t count = 5;
+  EXPECT_EQ(Q9Db_enumeratorGetCount(e, &count), S_OK);
+  EXPECT_EQ(count, 0u);
+  Q9DbNode* out = nullptr;
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, &out, nullptr), S_FALSE);
+  // A first block added after opening is found after a reset.
+  Q9DbNode* child = nullptr;
+  ASSERT_EQ(Q9Db_createElementGroup(handle, nullptr, g, nullptr, &child), S_OK);
+  EXPECT_EQ(Q9Db_enumeratorReset(e), S_OK);
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, &out, nullptr), S_OK);
+  EXPECT_EQ(out, child);
+  Q9Db_enumeratorDestroy(e);
+}
+
+TEST_F(EnumeratorsTest, CallerOwnedAndReAimed) {
+  Q9DbNode* g = groupOf(3);
+  Q9DbEnumerator local{};
+  local.tag = Q9_ENUMERATOR_TAG_RECORDS;  // any of the two; opening sets the right one
+  Q9DbEnumerator* e = &local;
+  ASSERT_EQ(Q9Db_enumChildren(g, &e), S_OK);
+  EXPECT_EQ(e, &local);
+  EXPECT_EQ(local.tag, Q9_ENUMERATOR_TAG_POINTERS);
+  Q9DbNode* out = nullptr;
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, &out, nullptr), S_OK);
+  EXPECT_EQ(out, children[0]);
+
+  Q9DbNode* part = nullptr;
+  ASSERT_EQ(Q9Db_createMultiplexedPart(handle, u"p", 1, nullptr, &part), S_OK);
+  ASSERT_EQ(Q9Db_addSegment(part, 0, 16, 8), S_OK);
+  ASSERT_EQ(Q9Db_enumSegments(part, &e), S_OK);
+  EXPECT_EQ(local.tag, Q9_ENUMERATOR_TAG_RECORDS);
+  EXPECT_EQ(Q9Db_enumeratorFindNext(e, 0, [](const void*, const void*) { return 0; }),
+            E_INVALIDARG);
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, &out, nullptr), S_OK);
+  EXPECT_EQ(Q9Db_getNodeType(out), Q9_NODETYPE_Segment);
+
+  // Something that is no enumerator is refused and left alone.
+  unsigned char junk[sizeof(Q9DbEnumerator)] = {1, 2, 3, 4};
+  Q9DbEnumerator* bad = reinterpret_cast<Q9DbEnumerator*>(junk);
+  EXPECT_EQ(Q9Db_enumChildren(g, &bad), E_INVALIDARG);
+  EXPECT_EQ(junk[0], 1);
+  EXPECT_EQ(Q9Db_enumeratorNext(bad, 1, &out, nullptr), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_enumeratorDestroy(nullptr), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_enumChildren(g, nullptr), E_INVALIDARG);
+  Q9DbEnumerator* fresh = nullptr;
+  EXPECT_EQ(Q9Db_enumChildren(part, &fresh), E_INVALIDARG);
+  EXPECT_EQ(fresh, nullptr);
+}
+
+int32_t compareWithId(const void* key, const void* item) {
+  return compareText(static_cast<const char16_t*>(key), as<ElementId>(item)->eid);
+}
+
+TEST_F(EnumeratorsTest, FindNextOnASortedCollection) {
+  const char16_t* ids[] = {u"b", u"d", u"f", u"h", u"j", u"l", u"n", u"p"};
+  for (const char16_t* id : ids) {
+    Q9DbNode* f = nullptr;
+    ASSERT_EQ(Q9Db_createFrame(handle, id, 8, &f), S_OK);
+  }
+  Q9DbEnumerator* e = nullptr;
+  ASSERT_EQ(Q9Db_enumFrames(handle, &e), S_OK);
+  auto key = [](const char16_t* t) { return uint64_t(reinterpret_cast<uintptr_t>(t)); };
+  Q9DbNode* out = nullptr;
+  struct Row {
+    const char16_t* key;
+    HRESULT status;
+    const char16_t* next;  // null: nothing follows
+  } const rows[] = {{u"a", S_FALSE, u"b"}, {u"h", S_OK, u"h"}, {u"i", S_FALSE, u"j"},
+                    {u"p", S_OK, u"p"},    {u"z", S_FALSE, nullptr}};
+  for (const Row& r : rows) {
+    SCOPED_TRACE(std::string(r.key, r.key + 1));
+    ASSERT_EQ(Q9Db_enumeratorReset(e), S_OK);
+    EXPECT_EQ(Q9Db_enumeratorFindNext(e, key(r.key), compareWithId), r.status);
+    if (r.next) {
+      ASSERT_EQ(Q9Db_enumeratorNext(e, 1, &out, nullptr), S_OK);
+      EXPECT_EQ(std::u16string(as<Frame>(out)->eid), r.next);
+    } else {
+      EXPECT_EQ(Q9Db_enumeratorNext(e, 1, &out, nullptr), S_FALSE);
+    }
+  }
+  EXPECT_EQ(Q9Db_enumeratorFindNext(e, key(u"b"), nullptr), E_INVALIDARG);
+  Q9Db_enumeratorDestroy(e);
+}
+
+TEST_F(EnumeratorsTest, OpeningsTestTheirOwners) {
+  Q9DbEnumerator* e = nullptr;
+  EXPECT_EQ(Q9Db_enumFrames(nullptr, &e), E_POINTER);
+  Q9DbNode* f = nullptr;
+  ASSERT_EQ(Q9Db_createFrame(handle, u"f", 8, &f), S_OK);
+  EXPECT_EQ(Q9Db_enumFrames(f, &e), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_enumFrameTriggerings(nullptr, &e), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_enumSegments(f, &e), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_enumRanges(f, &e), E_INVALIDARG);
+  EXPECT_EQ(e, nullptr);
+  ASSERT_EQ(Q9Db_enumIdentElements(node(db()->reference), &e), S_OK);
+  uint64_t count = 0;
+  Q9Db_enumeratorGetCount(e, &count);
+  EXPECT_EQ(count, 9u) << "seven groups, the database and the frame";
+  Q9Db_enumeratorDestroy(e);
+}
+
+}  // namespace
+}  // namespace q9::test
