@@ -116,19 +116,49 @@ std::u16string narrowToWide(const char* text) {
   return out;
 }
 
-std::string cp1252ToUtf8(std::string_view bytes) {
-  // 0x80..0x9F differ from Latin-1; five of them are unassigned and map to
-  // the C1 controls, as the usual converters do.
-  static const char16_t high[32] = {
-      0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-      0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-      0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
-  std::string out;
-  out.reserve(bytes.size());
+namespace {
+
+// 0x80..0x9F differ from Latin-1; five of them are unassigned and map to the
+// C1 controls, as the usual converters do.
+constexpr char16_t kCp1252High[32] = {
+    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+
+char32_t cp1252CodePoint(uint8_t b) {
+  return b >= 0x80 && b < 0xA0 ? char32_t(kCp1252High[b - 0x80]) : char32_t(b);
+}
+
+}  // namespace
+
+std::size_t cp1252Utf8Size(std::string_view bytes) {
+  std::size_t size = 0;
   for (char c : bytes) {
-    const auto b = uint8_t(c);
-    appendUtf8(out, b >= 0x80 && b < 0xA0 ? char32_t(high[b - 0x80]) : char32_t(b));
+    const char32_t cp = cp1252CodePoint(uint8_t(c));
+    size += cp < 0x80 ? 1 : cp < 0x800 ? 2 : 3;
   }
+  return size;
+}
+
+void cp1252ToUtf8Into(std::string_view bytes, char* out) {
+  for (char c : bytes) {
+    const char32_t cp = cp1252CodePoint(uint8_t(c));
+    if (cp < 0x80) {
+      *out++ = char(cp);
+    } else if (cp < 0x800) {
+      *out++ = char(0xC0 | (cp >> 6));
+      *out++ = char(0x80 | (cp & 0x3F));
+    } else {
+      *out++ = char(0xE0 | (cp >> 12));
+      *out++ = char(0x80 | ((cp >> 6) & 0x3F));
+      *out++ = char(0x80 | (cp & 0x3F));
+    }
+  }
+}
+
+std::string cp1252ToUtf8(std::string_view bytes) {
+  std::string out(cp1252Utf8Size(bytes), '\0');
+  cp1252ToUtf8Into(bytes, out.data());
   return out;
 }
 

@@ -20,5 +20,10 @@ std::u16string narrowToWide(const char* text);
 
 // Windows-1252 bytes to UTF-8.
 std::string cp1252ToUtf8(std::string_view bytes);
+// The same into a caller's buffer, for hot paths that must not allocate:
+// cp1252Utf8Size tells how many bytes cp1252ToUtf8Into will write (no
+// terminator).
+std::size_t cp1252Utf8Size(std::string_view bytes);
+void cp1252ToUtf8Into(std::string_view bytes, char* out);
 
 }  // namespace q9::platform

@@ -1,0 +1,21 @@
+#include "platform/CNumbers.h"
+
+#include <locale.h>
+
+#include <cstdlib>
+
+namespace q9::platform {
+
+#if defined(_WIN32)
+double parseDoubleC(const char* text) {
+  static const _locale_t cLocale = _create_locale(LC_NUMERIC, "C");
+  return cLocale ? _strtod_l(text, nullptr, cLocale) : std::strtod(text, nullptr);
+}
+#else
+double parseDoubleC(const char* text) {
+  static const locale_t cLocale = newlocale(LC_NUMERIC_MASK, "C", locale_t(0));
+  return cLocale ? strtod_l(text, nullptr, cLocale) : std::strtod(text, nullptr);
+}
+#endif
+
+}  // namespace q9::platform
