@@ -68,9 +68,19 @@ HRESULT linkFrameTriggering(FrameTriggering& t, Q9DbNode* frame, Q9DbNode* chann
   return S_OK;
 }
 
-void fillFrameTriggering(FrameTriggering& t, uint32_t flags, Q9DbNode* sourceEcu) {
-  t.flags = flags;
-  t.sourceEcu = exactly<ElementGroup>(sourceEcu);
+// The three frame triggerings differ only in their own values.
+template <typename Node, typename FillOwn>
+HRESULT makeFrameTriggering(Q9DbNode* db, const char16_t* id, uint32_t flags, Q9DbNode* frame,
+                            Q9DbNode* sourceEcu, Q9DbNode* channel, Q9DbNode** out,
+                            FillOwn fillOwn) {
+  return makeNode<Node>(
+      db, id, out,
+      [&](Node& n) {
+        fillOwn(n);
+        n.flags = flags;
+        n.sourceEcu = exactly<ElementGroup>(sourceEcu);
+      },
+      [&](Q9Db*, FrameTriggering& n) { return linkFrameTriggering(n, frame, channel); });
 }
 
 // A new PDU and the node that carries it (a PDU instance or multiplexed part).
@@ -94,6 +104,12 @@ HRESULT linkPduTriggeringEnd(PDUTriggering& t, ObjectBase* end) {
   if (isA<PDU>(end))
     return appendMember(place<PDU, &PDU::triggerings, BackReference::Reference>(), end, &t);
   return E_INVALIDARG;
+}
+
+// Both PDU classes join @PDUs, then their carrier.
+HRESULT linkPdu(Q9Db* db, PDU& pdu, Q9DbNode* parent) {
+  const HRESULT hr = joinCollection(db, &DatabaseCollections::PDUs, pdu);
+  return FAILED(hr) ? hr : linkPduParent(pdu, parent);
 }
 
 // A reference argument is tested before anything is made.
@@ -137,28 +153,21 @@ Q9DB_API HRESULT Q9Db_createFrame(Q9DbNode* db, const char16_t* id, int32_t leng
 Q9DB_API HRESULT Q9Db_createAbsolutelyScheduledTriggering(
     Q9DbNode* db, const char16_t* id, int32_t slotId, int32_t baseCycle, int32_t repetition,
     uint32_t flags, Q9DbNode* frame, Q9DbNode* sourceEcu, Q9DbNode* channel, Q9DbNode** out) {
-  return makeNode<AbsolutelyScheduledTriggering>(
-      db, id, out,
-      [&](AbsolutelyScheduledTriggering& n) {
+  return makeFrameTriggering<AbsolutelyScheduledTriggering>(
+      db, id, flags, frame, sourceEcu, channel, out, [&](AbsolutelyScheduledTriggering& n) {
         n.slotId = slotId;
         n.baseCycle = baseCycle;
         n.repetition = repetition;
-        fillFrameTriggering(n, flags, sourceEcu);
-      },
-      [&](Q9Db*, FrameTriggering& n) { return linkFrameTriggering(n, frame, channel); });
+      });
 }
 
 Q9DB_API HRESULT Q9Db_createIdentifierBasedTriggering(Q9DbNode* db, const char16_t* id,
                                                       uint32_t identifier, uint32_t flags,
                                                       Q9DbNode* frame, Q9DbNode* sourceEcu,
                                                       Q9DbNode* channel, Q9DbNode** out) {
-  return makeNode<IdentifierBasedTriggering>(
-      db, id, out,
-      [&](IdentifierBasedTriggering& n) {
-        n.identifier = identifier;
-        fillFrameTriggering(n, flags, sourceEcu);
-      },
-      [&](Q9Db*, FrameTriggering& n) { return linkFrameTriggering(n, frame, channel); });
+  return makeFrameTriggering<IdentifierBasedTriggering>(
+      db, id, flags, frame, sourceEcu, channel, out,
+      [&](IdentifierBasedTriggering& n) { n.identifier = identifier; });
 }
 
 Q9DB_API HRESULT Q9Db_createMaskedIdentifierTriggering(Q9DbNode* db, const char16_t* id,
@@ -166,24 +175,18 @@ Q9DB_API HRESULT Q9Db_createMaskedIdentifierTriggering(Q9DbNode* db, const char1
                                                        uint32_t flags, Q9DbNode* frame,
                                                        Q9DbNode* sourceEcu, Q9DbNode* channel,
                                                        Q9DbNode** out) {
-  return makeNode<MaskedIdentifierTriggering>(
-      db, id, out,
-      [&](MaskedIdentifierTriggering& n) {
+  return makeFrameTriggering<MaskedIdentifierTriggering>(
+      db, id, flags, frame, sourceEcu, channel, out, [&](MaskedIdentifierTriggering& n) {
         n.mask = mask;
         n.code = code;
-        fillFrameTriggering(n, flags, sourceEcu);
-      },
-      [&](Q9Db*, FrameTriggering& n) { return linkFrameTriggering(n, frame, channel); });
+      });
 }
 
 Q9DB_API HRESULT Q9Db_createSignalPDU(Q9DbNode* db, const char16_t* id, int32_t bitlen,
                                      Q9DbNode* parent, Q9DbNode** out) {
   return makeNode<SignalPDU>(
       db, id, out, [&](SignalPDU& n) { n.bitlen = bitlen; },
-      [&](Q9Db* d, SignalPDU& n) {
-        const HRESULT hr = joinCollection(d, &DatabaseCollections::PDUs, n);
-        return FAILED(hr) ? hr : linkPduParent(n, parent);
-      });
+      [&](Q9Db* d, PDU& n) { return linkPdu(d, n, parent); });
 }
 
 Q9DB_API HRESULT Q9Db_createMultiplexedPDU(Q9DbNode* db, const char16_t* id, int32_t bitlen,
@@ -199,10 +202,7 @@ Q9DB_API HRESULT Q9Db_createMultiplexedPDU(Q9DbNode* db, const char16_t* id, int
         n.switchLength = switchLength;
         n.defaultSwitchCode = defaultSwitchCode;
       },
-      [&](Q9Db* d, MultiplexedPDU& n) {
-        const HRESULT hr = joinCollection(d, &DatabaseCollections::PDUs, n);
-        return FAILED(hr) ? hr : linkPduParent(n, parent);
-      });
+      [&](Q9Db* d, PDU& n) { return linkPdu(d, n, parent); });
 }
 
 Q9DB_API HRESULT Q9Db_createMultiplexedPart(Q9DbNode* db, const char16_t* id, uint32_t switchCode,

@@ -9,16 +9,6 @@
 namespace q9::test {
 namespace {
 
-std::vector<void*> listed(Q9DbNode* owner, HRESULT (*open)(Q9DbNode*, Q9DbEnumerator**)) {
-  std::vector<void*> out;
-  Q9DbEnumerator* e = nullptr;
-  if (open(owner, &e) != S_OK) return out;
-  Q9DbNode* item = nullptr;
-  while (Q9Db_enumeratorNext(e, 1, &item, nullptr) == S_OK) out.push_back(item);
-  Q9Db_enumeratorDestroy(e);
-  return out;
-}
-using Nodes = std::vector<void*>;
 
 struct FactoryRow {
   const char* name;

@@ -8,18 +8,8 @@
 namespace q9::test {
 namespace {
 
-using Nodes = std::vector<void*>;
 using ListOperation = HRESULT (*)(Q9DbNode*, uint64_t, Q9DbNode* const*);
 
-Nodes listed(Q9DbNode* owner, HRESULT (*open)(Q9DbNode*, Q9DbEnumerator**)) {
-  Nodes out;
-  Q9DbEnumerator* e = nullptr;
-  if (open(owner, &e) != S_OK) return out;
-  Q9DbNode* item = nullptr;
-  while (Q9Db_enumeratorNext(e, 1, &item, nullptr) == S_OK) out.push_back(item);
-  Q9Db_enumeratorDestroy(e);
-  return out;
-}
 
 class MemberListsTest : public StoreTest {
  protected:

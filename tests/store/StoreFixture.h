@@ -49,6 +49,19 @@ class StoreTest : public ::testing::Test {
   std::vector<std::unique_ptr<unsigned char[]>> records;
 };
 
+using Nodes = std::vector<void*>;
+
+// The members of one of an owner's lists, through a heap enumerator.
+inline Nodes listed(Q9DbNode* owner, HRESULT (*open)(Q9DbNode*, Q9DbEnumerator**)) {
+  Nodes out;
+  Q9DbEnumerator* e = nullptr;
+  if (open(owner, &e) != S_OK) return out;
+  Q9DbNode* item = nullptr;
+  while (Q9Db_enumeratorNext(e, 1, &item, nullptr) == S_OK) out.push_back(item);
+  Q9Db_enumeratorDestroy(e);
+  return out;
+}
+
 // The classes that exist as nodes (no abstract class has instances).
 inline const std::vector<int>& concreteClassNumbers() {
   static const std::vector<int> numbers = {6,  7,  8,  9,  10, 13, 14, 15, 16, 17, 18, 19, 20, 21,
