@@ -44,9 +44,15 @@ int importRaw(lua_State* L, const char16_t* path, const RawReader& reader) {
     return pushFailure(L, status);
   }
 
+  // Everything the parser makes stays reachable until it returns, so the
+  // collector would only walk the growing tree again and again; it rests
+  // during the parse.
+  const bool collecting = lua_gc(L, LUA_GCISRUNNING, 0) != 0;
+  lua_gc(L, LUA_GCSTOP, 0);
   lua_pushlightuserdata(L, holder);
   lua_pushcclosure(L, parseInProtectedCall, 1);
   const int outcome = lua_pcall(L, 0, LUA_MULTRET, 0);
+  if (collecting) lua_gc(L, LUA_GCRESTART, 0);
 
   if (outcome == LUA_ERRMEM || (outcome != LUA_OK && reader.ranOutOfMemory(holder->scanner)))
     status = E_OUTOFMEMORY;

@@ -1,0 +1,134 @@
+// Throughput of the raw DBC and LDF readers on large generated files, in
+// bytes per second. Each import run reads the whole file into a fresh Lua
+// state (and closes it); the scan runs time the tokenising alone.
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <lua.hpp>
+#include <string>
+
+#include "Q9Db.h"
+#include "import/DbcScanner.h"
+#include "import/LdfScanner.h"
+#include "import/TokenCodes.h"
+
+namespace {
+
+// File names here are plain ASCII, so widening byte by byte is exact.
+std::u16string widen(const std::string& text) { return std::u16string(text.begin(), text.end()); }
+
+class GeneratedFile {
+ public:
+  GeneratedFile(const std::string& suffix, const std::string& content)
+      : path_("/tmp/q9db_bench_" + std::to_string(::getpid()) + suffix), size_(content.size()) {
+    std::ofstream(path_, std::ios::binary) << content;
+  }
+  ~GeneratedFile() { std::remove(path_.c_str()); }
+  const std::string& path() const { return path_; }
+  std::size_t size() const { return size_; }
+
+ private:
+  std::string path_;
+  std::size_t size_;
+};
+
+// A DBC of at least minBytes: frames with eight signals each, comments,
+// attributes and value descriptions, as a large production file has them.
+std::string generateDbc(std::size_t minBytes) {
+  std::string text = "VERSION \"bench\"\n\nNS_ :\n\tCM_\n\tBA_DEF_\n\nBS_:\n\nBU_: Gateway Engine Body\n\n";
+  text += "BA_DEF_ BO_ \"GenMsgCycleTime\" INT 0 10000;\nBA_DEF_DEF_ \"GenMsgCycleTime\" 100;\n";
+  for (unsigned frame = 0; text.size() < minBytes; ++frame) {
+    const std::string id = std::to_string(0x100 + frame);
+    const std::string name = "Frame_" + std::to_string(frame);
+    text += "BO_ " + id + " " + name + ": 8 Engine\n";
+    for (int s = 0; s < 8; ++s) {
+      text += " SG_ " + name + "_Sig" + std::to_string(s) + " : " + std::to_string(s * 8) +
+              "|8@1+ (0.25,-40) [-40|23.75] \"\xB0""C\" Gateway,Body\n";
+    }
+    text += "CM_ BO_ " + id + " \"Generated frame " + std::to_string(frame) + ".\";\n";
+    text += "BA_ \"GenMsgCycleTime\" BO_ " + id + " 50;\n";
+    text += "VAL_ " + id + " " + name + "_Sig0 0 \"off\" 1 \"on\" 255 \"invalid\" ;\n\n";
+  }
+  return text;
+}
+
+std::string generateLdf(std::size_t minBytes) {
+  std::string signals, frames, encodings;
+  for (unsigned i = 0; signals.size() + frames.size() + encodings.size() < minBytes; ++i) {
+    const std::string n = std::to_string(i);
+    signals += "  Signal_" + n + ": 8, 0, Master, Slave1, Slave2;\n";
+    frames += "  Frame_" + n + ": " + std::to_string(i % 60) + ", Master, 8 {\n    Signal_" + n +
+              ", 0;\n  }\n";
+    encodings += "  Coding_" + n + " {\n    physical_value, 0, 250, 0.5, -40, \"degC\";\n"
+                 "    logical_value, 255, \"invalid\";\n  }\n";
+  }
+  return "LIN_description_file;\nLIN_protocol_version = \"2.1\";\nLIN_language_version = \"2.1\";\n"
+         "LIN_speed = 19.2 kbps;\nNodes {\n  Master: Master, 5 ms, 0.1 ms;\n  Slaves: Slave1, Slave2;\n}\n"
+         "Signals {\n" + signals + "}\nFrames {\n" + frames + "}\nNode_attributes {\n}\n"
+         "Schedule_tables {\n}\nSignal_encoding_types {\n" + encodings + "}\n";
+}
+
+void runImport(benchmark::State& state, int (*import)(lua_State*, const char16_t*),
+               const GeneratedFile& file) {
+  const std::u16string path = widen(file.path());
+  for (auto _ : state) {
+    lua_State* L = luaL_newstate();
+    if (import(L, path.c_str()) != 1) state.SkipWithError("the import failed");
+    lua_close(L);
+  }
+  state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(file.size()));
+}
+
+const GeneratedFile& dbcFile() {
+  static const GeneratedFile file(".dbc", generateDbc(std::size_t(50) << 20));
+  return file;
+}
+
+const GeneratedFile& ldfFile() {
+  static const GeneratedFile file(".ldf", generateLdf(std::size_t(20) << 20));
+  return file;
+}
+
+template <typename Scanner, HRESULT (*create)(q9::platform::LexerInput*, Scanner**),
+          void (*destroy)(Scanner*), int (*next)(Scanner&)>
+void runScan(benchmark::State& state, const GeneratedFile& file) {
+  const std::u16string path = widen(file.path());
+  for (auto _ : state) {
+    q9::platform::LexerInput* input = nullptr;
+    Scanner* scanner = nullptr;
+    if (FAILED(q9::platform::openLexerInput(path.c_str(), &input)) ||
+        FAILED(create(input, &scanner))) {
+      state.SkipWithError("the scanner could not start");
+      break;
+    }
+    int64_t tokens = 0;
+    while (next(*scanner) != q9::kTokenEnd) ++tokens;
+    benchmark::DoNotOptimize(tokens);
+    destroy(scanner);
+  }
+  state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(file.size()));
+}
+
+void BM_ImportDbc(benchmark::State& state) { runImport(state, Q9Db_importRawDBC, dbcFile()); }
+BENCHMARK(BM_ImportDbc)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+void BM_ScanDbc(benchmark::State& state) {
+  runScan<q9::DbcScanner, q9::createDbcScanner, q9::destroyDbcScanner, q9::nextDbcToken>(state,
+                                                                                       dbcFile());
+}
+BENCHMARK(BM_ScanDbc)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+void BM_ImportLdf(benchmark::State& state) { runImport(state, Q9Db_importRawLDF, ldfFile()); }
+BENCHMARK(BM_ImportLdf)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+void BM_ScanLdf(benchmark::State& state) {
+  runScan<q9::LdfScanner, q9::createLdfScanner, q9::destroyLdfScanner, q9::nextLdfToken>(state,
+                                                                                       ldfFile());
+}
+BENCHMARK(BM_ScanLdf)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+}  // namespace
+
+BENCHMARK_MAIN();
