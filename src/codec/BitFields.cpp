@@ -43,7 +43,9 @@ Q9DB_API void Q9bit_copy(uint8_t* dst, uint64_t dstSize, uint32_t dstPos, int32_
     const uint64_t take = srcLength > done ? std::min<uint64_t>(srcLength - done, 64) : 0;
     if (take != 0 && !(srcBigEndian && done > srcPos)) {
       const uint64_t from = srcBigEndian ? srcPos - done : srcPos + done;
-      gatherField(chunk, imageBytes(take), src, fieldSpan(from, srcBigEndian, take));
+      // take is at most 64 bits; the clamp only spells that out for the optimiser.
+      gatherField(chunk, std::min<uint64_t>(imageBytes(take), sizeof chunk), src,
+                  fieldSpan(from, srcBigEndian, take));
     }
     const uint64_t to = dstBigEndian ? dstPos - done : dstPos + done;
     const FieldSpan target = fieldSpan(to, dstBigEndian, std::min<uint64_t>(dstLength - done, 64));
