@@ -471,6 +471,124 @@ Q9DB_API HRESULT Q9Db_appendFilter(Q9DbFilter *combination, uint64_t count,
 Q9DB_API HRESULT Q9Db_filterNode(const Q9DbFilter *filter, const void *node);
 Q9DB_API HRESULT Q9Db_destroyFilter(Q9DbFilter *filter);
 
+/* ---- Message decoding ------------------------------------------------------
+ * A pull walk over one received message on a channel:
+ *   Q9Db_decodeMessage once; then, until Q9Db_decodeNextFrametriggering
+ *   fails, one Q9Db_decodeNextFrametriggering and Q9Db_decodeNextSignal
+ *   until that fails.
+ * Each matching frame triggering is delivered in turn; the end of the
+ * triggerings (S_FALSE) is followed by the channel's own PDU instances, and
+ * Q9_E_NOT_FOUND ends each stage. The payload is not copied and must stay
+ * valid for the whole walk; the database must not change meanwhile.
+ * Heap form: set the pointer variable to NULL, end with
+ * Q9Db_destroyDecodeEnum. Caller-owned form: point the variable at your own
+ * Q9DbDecodeEnum and never destroy it; the walk itself allocates nothing. */
+
+#define Q9_NUMERICSIGNAL 0
+#define Q9_ASCIISIGNAL   1
+
+#define Q9_DECODE_STACK_DEPTH 64
+#define Q9_DECODE_BUFFER_SIZE 1024
+
+/* A position in a member list, kept for the walk that owns the record. */
+typedef struct Q9DbCursor {
+  void *list;
+  const void *layout;
+  void *block;
+  uint64_t index;
+} Q9DbCursor;
+
+/* One PDU being decoded: a PDU placed in the payload, or the part of a
+ * multiplexed PDU, whose scattered segments are assembled in buffer. */
+typedef struct Q9DbDecodeStackEntry {
+  uint32_t expanded;
+  Q9DbNode *pdu;
+  uint32_t bitOffset;
+  const uint8_t *data;
+  uint8_t buffer[Q9_DECODE_BUFFER_SIZE];
+} Q9DbDecodeStackEntry;
+
+/* The state of one message's walk. Read only what the functions give out. */
+typedef struct Q9DbDecodeEnum {
+  uint32_t magic;
+  Q9DbNode *channel;
+  uint32_t state;
+  uint32_t flags;
+  uint32_t identifier;
+  uint32_t identifierImage;
+  uint64_t length;
+  const uint8_t *payload;
+  const Q9DbFilter *filter;
+  Q9DbNode *triggering;
+  Q9DbCursor triggeringWalk;
+  Q9DbCursor pduWalk;
+  Q9DbCursor instanceWalk;
+  uint32_t depth;
+  Q9DbDecodeStackEntry stack[Q9_DECODE_STACK_DEPTH];
+  uint32_t pushBudget;  /* parts the current PDU instance may still push */
+} Q9DbDecodeEnum;
+
+/* One decoded signal. textCapacity and textBuffer are the caller's; an
+ * ASCII signal fills textBuffer (not zero-terminated when it is full). */
+typedef struct Q9DbDecodedSignal {
+  uint64_t value;          /* raw value; 0 for text */
+  Q9DbNode *triggering;    /* NULL for the channel's own PDU instances */
+  Q9DbNode *instance;
+  Q9DbNode *signal;
+  uint32_t textLength;     /* bytes of text stored */
+  uint32_t textCapacity;
+  char *textBuffer;        /* may be NULL: ASCII signals are then passed over */
+} Q9DbDecodedSignal;
+
+/* S_OK or E_INVALIDARG. flags: the Q9_FLAG_CAN... bits of the message. */
+Q9DB_API HRESULT Q9Db_decodeMessage(Q9DbNode *channel, uint32_t identifier, uint32_t flags, uint64_t length,
+                                    const uint8_t *payload, Q9DbDecodeEnum **pEnum);
+/* S_OK with the next matching triggering; S_FALSE (out NULL) when they are
+ * done and the channel's own PDU instances follow, S_OK from then on;
+ * Q9_E_NOT_FOUND after those. out may be NULL. */
+Q9DB_API HRESULT Q9Db_decodeNextFrametriggering(Q9DbDecodeEnum *e, Q9DbNode **outTriggering);
+/* Q9_NUMERICSIGNAL or Q9_ASCIISIGNAL with out filled, Q9_E_NOT_FOUND at the
+ * end of the current stage. A filter, when given, passes a signal if it
+ * passes the Signal or the SignalInstance. */
+Q9DB_API HRESULT Q9Db_decodeNextSignal(Q9DbDecodeEnum *e, const Q9DbFilter *filter, Q9DbDecodedSignal *out);
+/* The current triggering; S_FALSE and NULL when there is none. */
+Q9DB_API HRESULT Q9Db_getFrameTriggering(Q9DbDecodeEnum *e, Q9DbNode **out);
+/* Frees a heap-form walk. */
+Q9DB_API HRESULT Q9Db_destroyDecodeEnum(Q9DbDecodeEnum *e);
+
+/* ---- Signal encoding ---------------------------------------------------------
+ * One value into a payload: Q9Db_encodeSignal, Q9Db_encodeNextComputation
+ * until the caller finds a computation it can use, Q9Db_physicalToInternal,
+ * then Q9Db_encodeSignalInstance for each instance to fill. The enumerator
+ * has the same two forms as Q9DbDecodeEnum; the heap form ends with
+ * Q9Db_destroyEncodeEnum. */
+
+typedef struct Q9DbEncodeEnum {
+  uint32_t magic;
+  uint32_t valueType;
+  union {
+    double d;
+    uint64_t u;
+    int64_t i;
+  } value;
+  Q9DbCursor computationWalk;
+} Q9DbEncodeEnum;
+
+/* S_OK; S_FALSE when the signal has no coding (no computation follows);
+ * E_INVALIDARG; E_OUTOFMEMORY. */
+Q9DB_API HRESULT Q9Db_encodeSignal(Q9DbNode *signal, const Q9DbPhysicalValue *value, Q9DbEncodeEnum **pEnum);
+/* The next encoding computation with a range that holds the value, in list
+ * order; S_FALSE at the end. */
+Q9DB_API HRESULT Q9Db_encodeNextComputation(Q9DbEncodeEnum *e, Q9DbNode **outComputation);
+/* Writes the low coding-length bits of raw at the instance's place in the
+ * PDU image payload; other bits keep their values, and bits past the end
+ * are dropped. E_UNEXPECTED for an instance without signal or coding, or one
+ * that no 64-bit value can fill (negative position, length above 64). */
+Q9DB_API HRESULT Q9Db_encodeSignalInstance(Q9DbNode *instance, uint64_t raw, uint8_t *payload,
+                                           uint64_t length);
+/* Frees a heap-form enumerator. */
+Q9DB_API HRESULT Q9Db_destroyEncodeEnum(Q9DbEncodeEnum *e);
+
 #ifdef __cplusplus
 }
 #endif

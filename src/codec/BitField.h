@@ -51,6 +51,15 @@ inline FieldSpan fieldSpan(uint64_t pos, bool bigEndian, uint64_t length) {
 
 inline ptrdiff_t fieldStep(const FieldSpan& f) { return f.bigEndian ? -1 : 1; }
 
+// One past the highest byte that holds a bit of the field; 0 for an empty
+// field. A buffer of at least this many bytes holds the whole field.
+inline uint64_t fieldEndByte(uint64_t pos, int64_t signedBits) {
+  const uint64_t length = fieldLength(signedBits);
+  if (length == 0) return 0;
+  const FieldSpan f = fieldSpan(pos, signedBits < 0, length);
+  return f.bigEndian ? f.lsbByte + 1 : f.lsbByte + f.byteCount;
+}
+
 // Fills image bytes 0..n-1 (n at most imageBytes(f.length)) from the field.
 // When the image is complete, bits above the field's length are cleared.
 inline void gatherField(uint8_t* image, uint64_t n, const uint8_t* src, const FieldSpan& f) {

@@ -1,0 +1,143 @@
+#include <gtest/gtest.h>
+
+#include "DecoderFixture.h"
+
+namespace q9::test {
+namespace {
+
+constexpr int32_t BE = Q9_BYTEORDER_BIGENDIAN;
+
+class SignalEncoderTest : public DecoderTest {
+ protected:
+  Q9DbNode* linear(double scale, double offset, double lower, double upper) {
+    Q9DbNode* c = nullptr;
+    EXPECT_EQ(Q9Db_createLinearComputation(handle, nullptr, scale, offset, &c), S_OK);
+    EXPECT_EQ(Q9Db_addRange(c, lower, upper, Q9_FLAG_LOWERLIMIT_CLOSED | Q9_FLAG_UPPERLIMIT_CLOSED), S_OK);
+    return c;
+  }
+  Q9DbNode* codingOf(Q9DbNode* signal) {
+    Q9DbNode* coding = nullptr;
+    Q9Db_getReference(signal, &coding);
+    return coding;
+  }
+  static Q9DbPhysicalValue number(double d) {
+    Q9DbPhysicalValue v{};
+    v.valueType = Q9_VALUETYPE_DOUBLE;
+    v.value.d = d;
+    return v;
+  }
+};
+
+TEST_F(SignalEncoderTest, InstancesWriteOnlyTheirFieldIntoThePduImage) {
+  const struct {
+    int32_t bitlen, byteOrder, bitpos;
+    uint64_t raw;
+    std::vector<uint8_t> before, after;
+  } rows[] = {
+      {8, 0, 4, 0xAB, {0, 0}, {0xB0, 0x0A}},
+      {16, BE, 7, 0xCDAB, {0, 0}, {0xCD, 0xAB}},
+      {12, BE, 3, 0xDAB, {0x5A, 0x5A, 0x5A}, {0x5D, 0xAB, 0x5A}},
+      {16, 0, 60, 0xFFFF, std::vector<uint8_t>(8), {0, 0, 0, 0, 0, 0, 0, 0xF0}},  // cut at the end
+      {16, BE, 7, 0xCDAB, {0}, {0xCD}},                                           // high part kept
+      {8, 0, 0, ~uint64_t(0x7F), {0}, {0x80}},                                     // only L bits go in
+  };
+  for (const auto& r : rows) {
+    Q9DbNode* instance = place(signal(fresh(), r.bitlen), nullptr, r.bitpos, r.byteOrder);
+    std::vector<uint8_t> payload = r.before;
+    EXPECT_EQ(Q9Db_encodeSignalInstance(instance, r.raw, payload.data(), payload.size()), S_OK);
+    EXPECT_EQ(payload, r.after) << r.bitlen << " bits at " << r.bitpos;
+  }
+
+  uint8_t payload[9] = {};
+  Q9DbNode* bare = place(nullptr, nullptr, 0);
+  EXPECT_EQ(Q9Db_encodeSignalInstance(bare, 1, payload, 8), E_UNEXPECTED) << "no signal";
+  Q9DbNode* uncoded = nullptr;
+  Q9Db_createSignal(handle, u"uncoded", 0, 0, 0, 0, nullptr, &uncoded);
+  EXPECT_EQ(Q9Db_encodeSignalInstance(place(uncoded, nullptr, 0), 1, payload, 8), E_UNEXPECTED);
+  EXPECT_EQ(Q9Db_encodeSignalInstance(place(signal(u"wide", 65), nullptr, 0), 1, payload, 9), E_UNEXPECTED);
+  EXPECT_EQ(Q9Db_encodeSignalInstance(place(signal(u"neg", 8), nullptr, -1), 1, payload, 8), E_UNEXPECTED);
+  Q9DbNode* good = place(signal(u"good", 8), nullptr, 0);
+  EXPECT_EQ(Q9Db_encodeSignalInstance(good, 1, nullptr, 8), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_encodeSignalInstance(good, 1, payload, 0), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_encodeSignalInstance(channel, 1, payload, 8), E_INVALIDARG);
+}
+
+TEST_F(SignalEncoderTest, ScaledBigEndianValueRoundTrips) {
+  Q9DbNode* s = signal(u"temp", 12);
+  Q9DbNode* encoding = linear(10, 400, -40, 100);
+  Q9DbNode* decoding = linear(0.1, -40, 0, 4095);
+  ASSERT_EQ(Q9Db_addPhysicalToInternalComputations(codingOf(s), 1, &encoding), S_OK);
+  ASSERT_EQ(Q9Db_addInternalToPhysicalComputations(codingOf(s), 1, &decoding), S_OK);
+  Q9DbNode* instance = place(s, nullptr, 3, BE);
+
+  const Q9DbPhysicalValue in = number(25.3);
+  Q9DbEncodeEnum* e = nullptr;
+  Q9DbNode* computation = nullptr;
+  uint64_t raw = 0;
+  ASSERT_EQ(Q9Db_encodeSignal(s, &in, &e), S_OK);
+  ASSERT_EQ(Q9Db_encodeNextComputation(e, &computation), S_OK);
+  EXPECT_EQ(computation, encoding);
+  EXPECT_EQ(Q9Db_encodeNextComputation(e, &computation), S_FALSE);
+  ASSERT_EQ(Q9Db_physicalToInternal(s, computation, &in, &raw), S_OK);
+  EXPECT_EQ(raw, 653u);
+  uint8_t payload[2] = {};
+  ASSERT_EQ(Q9Db_encodeSignalInstance(instance, raw, payload, 2), S_OK);
+  EXPECT_EQ(payload[0], 0x02);
+  EXPECT_EQ(payload[1], 0x8D);
+  EXPECT_EQ(Q9Db_destroyEncodeEnum(e), S_OK);
+
+  Q9DbPhysicalValue out;
+  ASSERT_EQ(Q9Db_internalToPhysical(s, Q9bit_extractbuf(payload, 3, -12), &out), S_OK);
+  EXPECT_EQ(out.value.d, 25.299999999999997);
+  char16_t text[16];
+  ASSERT_EQ(Q9Db_valueToString(&out, text, 16), 6);
+  EXPECT_EQ(std::u16string(text), u"25.300");
+}
+
+TEST_F(SignalEncoderTest, ComputationWalkGivesEachHoldingComputationOnce) {
+  Q9DbNode* s = signal(u"s", 8);
+  Q9DbNode* twoRanges = linear(1, 0, 0, 10);
+  Q9Db_addRange(twoRanges, 5, 20, 0);
+  Q9DbNode* elsewhere = linear(1, 0, 100, 200);
+  Q9DbNode* identity = nullptr;
+  Q9Db_createIdentityComputation(handle, nullptr, &identity);
+  Q9Db_addRange(identity, 0, 10, Q9_FLAG_UPPERLIMIT_CLOSED);
+  Q9DbNode* list[] = {twoRanges, elsewhere, identity};
+  ASSERT_EQ(Q9Db_addPhysicalToInternalComputations(codingOf(s), 3, list), S_OK);
+
+  Q9DbEncodeEnum own;  // caller-owned storage, reused by each start
+  Q9DbEncodeEnum* e = &own;
+  Q9DbPhysicalValue seven{};
+  seven.valueType = Q9_VALUETYPE_UINT64;
+  seven.value.u = 7;
+  Q9DbNode* c = nullptr;
+  ASSERT_EQ(Q9Db_encodeSignal(s, &seven, &e), S_OK);
+  ASSERT_EQ(e, &own);
+  EXPECT_EQ(Q9Db_encodeNextComputation(e, &c), S_OK);
+  EXPECT_EQ(c, twoRanges);
+  EXPECT_EQ(Q9Db_encodeNextComputation(e, &c), S_OK);
+  EXPECT_EQ(c, identity);
+  EXPECT_EQ(Q9Db_encodeNextComputation(e, &c), S_FALSE);
+  const Q9DbPhysicalValue outside = number(50);
+  ASSERT_EQ(Q9Db_encodeSignal(s, &outside, &e), S_OK);
+  EXPECT_EQ(Q9Db_encodeNextComputation(e, &c), S_FALSE);
+
+  Q9DbNode* uncoded = nullptr;
+  Q9Db_createSignal(handle, u"uncoded", 0, 0, 0, 0, nullptr, &uncoded);
+  EXPECT_EQ(Q9Db_encodeSignal(uncoded, &seven, &e), S_FALSE);
+  EXPECT_EQ(Q9Db_encodeNextComputation(e, &c), S_FALSE);
+
+  EXPECT_EQ(Q9Db_encodeSignal(channel, &seven, &e), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_encodeSignal(s, nullptr, &e), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_encodeSignal(s, &seven, nullptr), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_encodeNextComputation(e, nullptr), E_INVALIDARG);
+  own.magic = 0;
+  EXPECT_EQ(Q9Db_encodeNextComputation(e, &c), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_destroyEncodeEnum(e), E_INVALIDARG);
+  platform::HeapFailureScope noMemory(0);
+  Q9DbEncodeEnum* none = nullptr;
+  EXPECT_EQ(Q9Db_encodeSignal(s, &seven, &none), E_OUTOFMEMORY);
+}
+
+}  // namespace
+}  // namespace q9::test
