@@ -58,7 +58,8 @@ bool assembleSegments(const Q9DbDecodeEnum& e, const Q9DbDecodeStackEntry& outer
       if (locate(int64_t(s.bitpos) + outer.bitOffset, data, id, &src, &pos)) {
         const int32_t bits = orderedLength(s.byteOrder, s.bitlen);
         if (!readable(src, pos, bits)) return false;
-        if (d < kBufferBits) Q9bit_copy(buffer, Q9_DECODE_BUFFER_SIZE, uint32_t(d), s.bitlen, src.bytes, uint32_t(pos), bits);
+        if (d < kBufferBits)
+          Q9bit_copy(buffer, Q9_DECODE_BUFFER_SIZE, uint32_t(d), s.bitlen, src.bytes, uint32_t(pos), bits);
       }
       d += uint64_t(s.bitlen);
     }
