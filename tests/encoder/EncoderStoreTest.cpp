@@ -1,0 +1,110 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "encoder/EncoderStore.h"
+
+namespace q9::test {
+namespace {
+
+// Stand-ins for nodes: the store only compares their addresses.
+char nodes[8];
+
+std::string listed(const EncoderStore& store, EncoderList list, uint32_t level) {
+  std::string out;
+  for (EncoderRecord* r = store.First(list, level); r; r = EncoderStore::Next(list, r))
+    out += char('A' + (static_cast<char*>(r->node) - nodes));
+  return out;
+}
+
+// A sealed store with one record per entry of levels, for nodes A, B, C, ...
+// added in reverse address order so that the index has work to do.
+void fill(EncoderStore& store, const std::vector<uint32_t>& levels) {
+  ASSERT_EQ(store.Reserve(uint32_t(levels.size()) + 1), S_OK);
+  for (size_t i = levels.size(); i-- > 0;) ASSERT_EQ(store.Add(8, levels[i], nullptr, &nodes[i]), S_OK);
+  store.Seal();
+}
+
+TEST(EncoderStoreTest, AddingRefusesWhatHasNoPlace) {
+  EncoderStore store;
+  EXPECT_EQ(store.Find(&nodes[0]), nullptr) << "never reserved";
+  EXPECT_EQ(store.Add(8, 0, nullptr, &nodes[0]), E_INVALIDARG) << "never reserved";
+  EXPECT_EQ(store.Reserve(0), E_FAIL);
+  ASSERT_EQ(store.Reserve(2), S_OK);
+  EXPECT_EQ(store.Reserve(2), E_INVALIDARG);
+  EXPECT_EQ(store.Add(0, 0, nullptr, &nodes[0]), E_INVALIDARG);
+  EXPECT_EQ(store.Add(8, kEncoderLevels, nullptr, &nodes[0]), E_INVALIDARG);
+  ASSERT_EQ(store.Add(12, 3, nullptr, &nodes[1]), S_OK);
+  ASSERT_EQ(store.Add(8, 0, nullptr, &nodes[0]), S_OK);
+  EXPECT_EQ(store.Add(8, 0, nullptr, &nodes[2]), E_INVALIDARG) << "full";
+
+  EncoderRecord* r = store.Find(&nodes[1]);
+  ASSERT_NE(r, nullptr);
+  EXPECT_EQ(r->byteSize, 2u);
+  EXPECT_EQ(r->level, 3);
+  EXPECT_EQ(std::vector<uint8_t>(r->image, r->image + 2), std::vector<uint8_t>(2, 0));
+  EXPECT_EQ(store.Find(&nodes[2]), nullptr);
+}
+
+TEST(EncoderStoreTest, SealShrinksAndKeepsLookupAndLevels) {
+  EncoderStore store;
+  EXPECT_EQ(store.HighestLevel(), 0u) << "empty";
+  fill(store, {0, 0, 0});
+  EXPECT_EQ(store.Count(), 3u);
+  EXPECT_EQ(store.HighestLevel(), 0u) << "only level 0";
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(store.Find(&nodes[i])->node, &nodes[i]);
+  EXPECT_EQ(store.Add(8, 0, nullptr, &nodes[4]), E_INVALIDARG) << "sealed";
+
+  EncoderStore deeper;
+  fill(deeper, {1, 5, 2});
+  EXPECT_EQ(deeper.HighestLevel(), 5u);
+}
+
+TEST(EncoderStoreTest, ChangedListReadsNewestFirstAndUnlinksAnywhere) {
+  EncoderStore store;
+  fill(store, {0, 0, 0});
+  EncoderRecord *a = store.Find(&nodes[0]), *b = store.Find(&nodes[1]), *c = store.Find(&nodes[2]);
+  for (EncoderRecord* r : {a, b, c}) ASSERT_EQ(store.Mark(true, 1, r), S_OK);
+  EXPECT_EQ(listed(store, kChangedList, 0), "CBA");
+  EXPECT_EQ(store.Mark(false, 1, b), S_OK);
+  EXPECT_EQ(listed(store, kChangedList, 0), "CA");
+  EXPECT_EQ(store.Mark(false, 1, c), S_OK);
+  EXPECT_EQ(listed(store, kChangedList, 0), "A");
+
+  // Bits accumulate; the record leaves only with the last of them.
+  ASSERT_EQ(store.Mark(true, 2, a), S_OK);
+  EXPECT_EQ(store.Mark(false, 1, a), E_FAIL);
+  EXPECT_EQ(a->changeMask, 2u);
+  EXPECT_EQ(listed(store, kChangedList, 0), "A");
+  EXPECT_EQ(store.Mark(false, 2, a), S_OK);
+  EXPECT_EQ(listed(store, kChangedList, 0), "");
+  EXPECT_EQ(store.Mark(false, 2, a), S_OK) << "clean already";
+  EXPECT_EQ(store.Mark(true, 0, a), E_FAIL);
+  EXPECT_EQ(store.Mark(true, 1, nullptr), E_FAIL);
+}
+
+TEST(EncoderStoreTest, ActiveCountsNeverLeaveTheirSixteenBits) {
+  EncoderStore store;
+  fill(store, {0, 0});
+  EncoderRecord* a = store.Find(&nodes[0]);
+  EXPECT_EQ(store.SetActive(&nodes[0], false), S_FALSE) << "delete of what isn't inserted";
+  EXPECT_EQ(a->activeCount, 0);
+  EXPECT_EQ(store.SetActive(&nodes[0], true), S_OK);
+  EXPECT_EQ(store.SetActive(&nodes[1], true), S_OK);
+  EXPECT_EQ(store.SetActive(&nodes[0], true), S_OK);
+  EXPECT_EQ(listed(store, kActiveList, 0), "BA");
+  EXPECT_EQ(store.SetActive(&nodes[0], false), S_OK);
+  EXPECT_EQ(listed(store, kActiveList, 0), "BA") << "inserted twice, deleted once";
+  EXPECT_EQ(store.SetActive(&nodes[0], false), S_OK);
+  EXPECT_EQ(listed(store, kActiveList, 0), "B");
+  EXPECT_EQ(store.SetActive(&nodes[5], true), S_FALSE) << "no record";
+
+  a->activeCount = UINT16_MAX - 1;
+  EXPECT_EQ(store.SetActive(&nodes[0], true), S_OK);
+  EXPECT_EQ(store.SetActive(&nodes[0], true), S_FALSE);
+  EXPECT_EQ(a->activeCount, UINT16_MAX);
+}
+
+}  // namespace
+}  // namespace q9::test
