@@ -1,0 +1,52 @@
+// An encoder per test, with helpers to drain its changed frames and to look
+// at its images.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "BusFixture.h"
+#include "encoder/Encoder.h"
+
+namespace q9::test {
+
+using Bytes = std::vector<uint8_t>;
+
+class EncoderTest : public BusTest {
+ protected:
+  void TearDown() override {
+    EXPECT_EQ(Q9Db_DestroyEncoder(encoder), S_OK);
+    BusTest::TearDown();
+  }
+
+  void open(Q9DbNode* scope) { ASSERT_EQ(Q9Db_CreateEncoder(handle, scope, &encoder), S_OK); }
+  uint32_t registerApp(uint32_t mode = Q9_ENC_MODE_PERIODIC) {
+    uint32_t app = 99;
+    EXPECT_EQ(Q9Db_EncoderRegister(encoder, &app), S_OK);
+    EXPECT_EQ(Q9Db_EncoderSetSendMode(encoder, app, mode), S_OK);
+    return app;
+  }
+
+  // The ids of the frames handed out until none is left, newest first.
+  std::string drain() {
+    std::string out;
+    Q9DbChangedFrame changed{};
+    while (Q9Db_EncoderGetChangedFrame(encoder, &changed) == S_OK)
+      out += (out.empty() ? "" : " ") + narrow(as<ElementId>(changed.frame)->eid);
+    return out;
+  }
+  std::string triggerAndDrain(uint64_t time) {
+    EXPECT_EQ(Q9Db_EncoderTrigger(encoder, time), S_OK);
+    return drain();
+  }
+
+  // The encoder's current image of a frame or PDU.
+  Bytes image(Q9DbNode* node) {
+    const EncoderRecord* r = reinterpret_cast<CEncode*>(encoder)->RecordOf(node);
+    return r ? Bytes(r->image, r->image + r->byteSize) : Bytes();
+  }
+
+  Q9DbEncoder* encoder = nullptr;
+};
+
+}  // namespace q9::test

@@ -1,0 +1,171 @@
+// What the encoder writes into its images: defaults, signal values, update
+// bits, PDUs into frames and parts into multiplexed PDUs; and what it
+// refuses to write.
+#include <gtest/gtest.h>
+
+#include "EncoderFixture.h"
+
+namespace q9::test {
+namespace {
+
+class EncoderImagesTest : public EncoderTest {
+ protected:
+  // A signal of its own coding whose default turns into a raw value through
+  // a scale of 2, placed with an update bit.
+  Q9DbNode* defaulted(const char16_t* name, Q9DbNode* pdu, int32_t bitpos, double physical, int32_t updateBit) {
+    Q9DbNode *coding = nullptr, *s = nullptr, *scale = nullptr, *instance = nullptr;
+    EXPECT_EQ(Q9Db_createCoding(handle, fresh(), 8, Q9_ENCODING_DIRECT, nullptr, &coding), S_OK);
+    EXPECT_EQ(Q9Db_createLinearComputation(handle, fresh(), 2, 0, &scale), S_OK);
+    EXPECT_EQ(Q9Db_addPhysicalToInternalComputations(coding, 1, &scale), S_OK);
+    EXPECT_EQ(Q9Db_createSignal(handle, name, 0, physical, 0, 100, coding, &s), S_OK);
+    EXPECT_EQ(Q9Db_createSignalInstance(handle, fresh(), 0, bitpos, updateBit, s, pdu, &instance), S_OK);
+    return s;
+  }
+  Q9DbNode* flagged(const char16_t* name, Q9DbNode* pdu, int32_t bitpos, int32_t bitlen, int32_t updateBit) {
+    Q9DbNode *s = signal(name, bitlen), *instance = nullptr;
+    EXPECT_EQ(Q9Db_createSignalInstance(handle, fresh(), 0, bitpos, updateBit, s, pdu, &instance), S_OK);
+    return s;
+  }
+  HRESULT change(Q9DbNode* s, uint64_t raw) { return Q9Db_EncoderChangeSignal(encoder, 0, s, raw); }
+};
+
+TEST_F(EncoderImagesTest, InitWritesDefaultsAndUpdateBitsOverThePattern) {
+  Q9DbNode* f = frame(u"F", 8, 0x10);
+  Q9DbNode* pdu = signalPdu(f);
+  as<PDU>(pdu)->unusedBytePattern = 0x1AA;  // the low byte fills
+  defaulted(u"speed", pdu, 0, 50, 8);
+  field(u"plain", pdu, 16, 8);
+  Q9DbNode* later = flagged(u"later", signalPdu(frame(u"G", 4, 0x20), 0, 32), 0, 4, 12);
+  open(channel);
+  const Bytes expected = {0x64, 0xAB, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA};
+  EXPECT_EQ(image(pdu), expected);
+  EXPECT_EQ(image(f), expected) << "the defaults went into the frame";
+  registerApp();
+  EXPECT_EQ(drain(), "") << "nothing of the set-up reaches a client";
+
+  Q9DbNode* g = nullptr;
+  Q9Db_findByElementId(handle, u"G", &g);
+  ASSERT_EQ(Q9Db_EncoderInsert(encoder, 0, g), S_OK);
+  ASSERT_EQ(change(later, 0x3), S_OK);
+  EXPECT_EQ(triggerAndDrain(1), "G");
+  EXPECT_EQ(image(g), Bytes({0x03, 0x10, 0, 0})) << "update bit 12 set with the first change";
+  ASSERT_EQ(change(later, 0x5), S_OK);
+  EXPECT_EQ(triggerAndDrain(2), "G");
+  EXPECT_EQ(image(g), Bytes({0x05, 0x10, 0, 0})) << "and kept";
+}
+
+TEST_F(EncoderImagesTest, ValuesComeFromAsManyBytesAsGiven) {
+  Q9DbNode* pdu = signalPdu(frame(u"F", 8, 0x10));
+  Q9DbNode* wide = field(u"wide", pdu, 0, 16);
+  open(channel);
+  ASSERT_EQ(Q9Db_EncoderInsert(encoder, 0, pdu), S_OK);
+  const uint8_t data[8] = {0xAB, 0xCD, 0xEF, 1, 2, 3, 4, 5};
+  const struct {
+    uint64_t size;
+    Bytes low;
+  } rows[] = {{1, {0xAB, 0}}, {2, {0xAB, 0xCD}}, {8, {0xAB, 0xCD}}, {100, {0xAB, 0xCD}}, {0, {0, 0}}};
+  for (const auto& r : rows) {
+    ASSERT_EQ(Q9Db_EncoderChangeSignalEx(encoder, 0, wide, r.size, data), S_OK);
+    const Bytes now = image(pdu);
+    EXPECT_EQ(Bytes(now.begin(), now.begin() + 2), r.low) << r.size << " bytes";
+  }
+  EXPECT_EQ(Q9Db_EncoderChangeSignalEx(encoder, 0, wide, 2, nullptr), E_POINTER);
+}
+
+TEST_F(EncoderImagesTest, ChangesNeedAnInsertedPduAndAWritableSignal) {
+  Q9DbNode* f = frame(u"F", 8, 0x10);
+  Q9DbNode* pdu = signalPdu(f);
+  Q9DbNode* s = field(u"s", pdu, 0, 8);
+  Q9DbNode *uncoded = nullptr, *loose = signal(u"loose", 8), *text = field(u"text", pdu, 0, 72, 0, Q9_ENCODING_ASCII);
+  Q9Db_createSignal(handle, u"uncoded", 0, 0, 0, 0, nullptr, &uncoded);
+  place(uncoded, pdu, 0);
+  open(channel);
+  const Bytes before = image(pdu);
+  EXPECT_EQ(change(s, 1), Q9_ENC_NO_MATCH) << "nobody inserted it";
+  EXPECT_EQ(image(pdu), before);
+  EXPECT_EQ(change(uncoded, 1), Q9_ENC_NOT_FOUND);
+  EXPECT_EQ(change(loose, 1), E_INVALIDARG) << "no instance";
+  EXPECT_EQ(change(text, 1), E_INVALIDARG) << "longer than the 8-byte scratch image";
+  EXPECT_EQ(change(nullptr, 1), E_INVALIDARG);
+  EXPECT_EQ(change(f, 1), E_INVALIDARG);
+
+  // Inserts count; a delete of what isn't inserted changes nothing.
+  EXPECT_EQ(Q9Db_EncoderInsert(encoder, 0, f), S_OK);
+  EXPECT_EQ(Q9Db_EncoderInsert(encoder, 0, f), S_OK);
+  EXPECT_EQ(Q9Db_EncoderDelete(encoder, 0, f), S_OK);
+  EXPECT_EQ(change(s, 1), S_OK);
+  EXPECT_EQ(Q9Db_EncoderDelete(encoder, 0, f), S_OK);
+  EXPECT_EQ(change(s, 2), Q9_ENC_NO_MATCH);
+  EXPECT_EQ(Q9Db_EncoderDelete(encoder, 0, f), S_FALSE);
+  EXPECT_EQ(Q9Db_EncoderInsert(encoder, 0, f), S_OK);
+  EXPECT_EQ(change(s, 3), S_OK) << "the count didn't go below zero";
+}
+
+TEST_F(EncoderImagesTest, EveryNodeOfAFrameInsertsTheFrame) {
+  Q9DbNode *ecu = nullptr, *f = nullptr, *triggering = nullptr;
+  Q9Db_createECU(handle, u"ecu", &ecu);
+  Q9Db_createFrame(handle, u"F", 8, &f);
+  Q9Db_createIdentifierBasedTriggering(handle, nullptr, 0x10, 0, f, ecu, channel, &triggering);
+  Q9DbNode* pdu = signalPdu(f);
+  Q9DbNode* s = field(u"s", pdu, 0, 8);
+  Q9DbNode* instance = node(listed(s, Q9Db_enumSignalInstances)[0]);
+  Q9DbNode* mux = muxPdu(frame(u"M", 8, 0x20), 0, 4);
+  open(channel);
+  for (Q9DbNode* n : {f, triggering, pdu, s, instance, ecu}) {
+    EXPECT_EQ(Q9Db_EncoderInsert(encoder, 0, n), S_OK) << Q9Db_getNodeType(n);
+    EXPECT_EQ(change(s, 1), S_OK) << Q9Db_getNodeType(n);
+    EXPECT_EQ(Q9Db_EncoderDelete(encoder, 0, n), S_OK) << Q9Db_getNodeType(n);
+    EXPECT_EQ(change(s, 1), Q9_ENC_NO_MATCH) << Q9Db_getNodeType(n);
+  }
+  for (Q9DbNode* n : {channel, mux, node(nullptr), cluster})
+    EXPECT_EQ(Q9Db_EncoderInsert(encoder, 0, n), S_FALSE) << Q9Db_getNodeType(n);
+}
+
+TEST_F(EncoderImagesTest, PartsGoIntoTheirMultiplexedPduWithTheirSwitch) {
+  Q9DbNode* f = frame(u"M", 8, 0x20);
+  Q9DbNode* mux = muxPdu(f, 7, 4, 0, Q9_BYTEORDER_BIGENDIAN);
+  Q9DbNode* x = field(u"x", signalPdu(part(mux, 5, {{8, 8}}), 0, 8), 0, 8);
+  Q9DbNode* y = field(u"y", signalPdu(part(mux, 3, {{16, 4}, {28, 4}}), 0, 8), 0, 8);
+  Q9DbNode* st = field(u"st", signalPdu(part(mux, kStatic, {{32, 8}}), 0, 8), 0, 8);
+  Q9DbNode* z = field(u"z", signalPdu(part(mux, 7)), 48, 8);  // no segments: in place
+  open(channel);
+  registerApp();
+  ASSERT_EQ(Q9Db_EncoderInsert(encoder, 0, f), S_OK);
+  const struct {
+    Q9DbNode* signal;
+    uint64_t raw;
+    Bytes frame;
+  } rows[] = {
+      {x, 0x11, {0x50, 0x11, 0, 0, 0, 0, 0, 0}},
+      {y, 0xBA, {0x30, 0x11, 0x0A, 0xB0, 0, 0, 0, 0}},
+      {st, 0x44, {0x30, 0x11, 0x0A, 0xB0, 0x44, 0, 0, 0}},
+      {z, 0x66, {0x70, 0x11, 0x0A, 0xB0, 0x44, 0, 0x66, 0}},
+  };
+  for (const auto& r : rows) {
+    ASSERT_EQ(change(r.signal, r.raw), S_OK);
+    EXPECT_EQ(triggerAndDrain(r.raw), "M");
+    EXPECT_EQ(image(f), r.frame) << std::hex << r.raw;
+  }
+}
+
+TEST_F(EncoderImagesTest, PdusNestedBeyondTheLevelsHaveNoImage) {
+  Q9DbNode* carrier = frame(u"Deep", 8, 0x30);
+  std::vector<Q9DbNode*> signalsByDepth;
+  for (int depth = 1; depth <= 33; ++depth) {
+    Q9DbNode* mux = muxPdu(carrier, 0, 0);
+    signalsByDepth.push_back(field(fresh(), signalPdu(part(mux, 1), 0, 8), 0, 8));
+    carrier = part(mux, kStatic);
+  }
+  open(channel);
+  registerApp();
+  Q9DbNode* deep = nullptr;
+  Q9Db_findByElementId(handle, u"Deep", &deep);
+  ASSERT_EQ(Q9Db_EncoderInsert(encoder, 0, deep), S_OK);
+  EXPECT_EQ(change(signalsByDepth[29], 1), S_OK) << "part PDU at level 31";
+  EXPECT_EQ(change(signalsByDepth[30], 1), Q9_ENC_NO_MATCH) << "level 32";
+  EXPECT_EQ(triggerAndDrain(1), "Deep") << "up through 30 multiplexed PDUs";
+  EXPECT_EQ(image(deep)[0], 1);
+}
+
+}  // namespace
+}  // namespace q9::test
