@@ -23,6 +23,8 @@ struct Scenario {
   std::vector<Step> steps;
 };
 
+void PrintTo(const Scenario& s, std::ostream* out) { *out << s.name; }
+
 class EncoderTimingTest : public EncoderTest {
  protected:
   void build(const Scenario& s) {
