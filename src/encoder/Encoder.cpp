@@ -31,7 +31,8 @@ bool validScope(const void* scope, const Q9DbNode* db) {
 }
 
 // A record's bit length from a node's field; 0 for what can't have an image.
-uint32_t imageBits(int64_t bits) { return bits > 0 && bits <= int64_t(UINT32_MAX) ? uint32_t(bits) : 0; }
+// Images stay within what a signed bit length of the bit helpers can name.
+uint32_t imageBits(int64_t bits) { return bits > 0 && bits <= INT32_MAX ? uint32_t(bits) : 0; }
 
 // The raw value of the signal's default, through the first encoding
 // computation of a numeric coding.
