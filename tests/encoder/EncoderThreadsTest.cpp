@@ -57,8 +57,11 @@ class EncoderThreadsTest : public EncoderTest {
 };
 
 TEST_F(EncoderThreadsTest, CollectedFramesHoldValuesThatWereSet) {
+  std::atomic<bool> started{false};
   std::atomic<bool> changing{true};
   std::thread changer([&] {
+    // Start only once the collector runs, so that the two really overlap.
+    while (!started) std::this_thread::yield();
     for (uint64_t i = 1; i <= kChanges; ++i) {
       Q9Db_EncoderChangeSignal(encoder, app, a, i);
       Q9Db_EncoderChangeSignal(encoder, app, b, partner(i));
@@ -68,12 +71,14 @@ TEST_F(EncoderThreadsTest, CollectedFramesHoldValuesThatWereSet) {
   });
 
   // The frame images are only written by triggers, which this thread alone
-  // makes, so a frame can be decoded here between two triggers.
+  // makes, so a frame can be decoded here between two triggers. The loop
+  // ends with one round after the changer is done, however slow it is.
   std::vector<std::pair<uint32_t, Bytes>> collected;
   uint64_t time = 0;
-  for (bool last = false; !last && time < 10 * kChanges + 100;) {
+  for (bool last = false; !last;) {
     last = !changing;
     Q9Db_EncoderTrigger(encoder, ++time);
+    started = true;
     Q9DbChangedFrame changed{};
     while (Q9Db_EncoderGetChangedFrame(encoder, &changed) == S_OK)
       collected.emplace_back(identifiers.at(changed.frame), Bytes(changed.data, changed.data + changed.size));
@@ -99,7 +104,7 @@ TEST_F(EncoderThreadsTest, CollectedFramesHoldValuesThatWereSet) {
     }
   }
   EXPECT_EQ(lastA, kChanges) << "the last change was collected";
-  EXPECT_GT(collected.size(), 1u);
+  EXPECT_FALSE(collected.empty());
 }
 
 }  // namespace
