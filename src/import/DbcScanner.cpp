@@ -30,19 +30,11 @@ int scanString(ScannerCore& core) {
 
 HRESULT createDbcScanner(platform::LexerInput* input, DbcScanner** out) {
   *out = nullptr;
-  void* block = platform::heapAlloc(sizeof(DbcScanner));
-  if (!block) {
-    platform::destroyLexerInput(input);
-    return E_OUTOFMEMORY;
-  }
-  auto* scanner = new (block) DbcScanner{};
-  if (!initScannerCore(scanner->core, input)) {
-    platform::heapFree(block);
-    return E_OUTOFMEMORY;
-  }
+  DbcScanner* scanner = newScanner<DbcScanner>(input);
+  if (!scanner) return E_OUTOFMEMORY;
   if (!initTokenBuffer(scanner->converted)) {
     freeScannerCore(scanner->core);
-    platform::heapFree(block);
+    platform::heapFree(scanner);
     return E_OUTOFMEMORY;
   }
   *out = scanner;

@@ -51,16 +51,8 @@ int scanString(ScannerCore& core) {
 
 HRESULT createLdfScanner(platform::LexerInput* input, LdfScanner** out) {
   *out = nullptr;
-  void* block = platform::heapAlloc(sizeof(LdfScanner));
-  if (!block) {
-    platform::destroyLexerInput(input);
-    return E_OUTOFMEMORY;
-  }
-  auto* scanner = new (block) LdfScanner{};
-  if (!initScannerCore(scanner->core, input)) {
-    platform::heapFree(block);
-    return E_OUTOFMEMORY;
-  }
+  LdfScanner* scanner = newScanner<LdfScanner>(input);
+  if (!scanner) return E_OUTOFMEMORY;
   scanner->tokenClass = kTokenEnd;
   *out = scanner;
   return S_OK;

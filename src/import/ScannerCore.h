@@ -5,8 +5,10 @@
 
 #include <array>
 #include <cstdint>
+#include <new>
 
 #include "import/TokenBuffer.h"
+#include "platform/Heap.h"
 #include "platform/LexerInput.h"
 
 namespace q9 {
@@ -27,6 +29,23 @@ struct ScannerCore {
 // Takes over input (and destroys it when this fails). False when memory runs out.
 bool initScannerCore(ScannerCore& core, platform::LexerInput* input);
 void freeScannerCore(ScannerCore& core);
+
+// A scanner record of the heap around its core, which takes over input
+// (released here when anything fails). Null when memory runs out.
+template <typename Scanner>
+Scanner* newScanner(platform::LexerInput* input) {
+  void* block = platform::heapAlloc(sizeof(Scanner));
+  if (!block) {
+    platform::destroyLexerInput(input);
+    return nullptr;
+  }
+  auto* scanner = new (block) Scanner{};
+  if (!initScannerCore(scanner->core, input)) {
+    platform::heapFree(block);
+    return nullptr;
+  }
+  return scanner;
+}
 
 enum CharClassBits : uint8_t {
   kCharDigit = 1,
