@@ -681,5 +681,6 @@ Q9DB_API HRESULT Q9Db_EncoderGetChangedFrame(Q9DbEncoder *encoder, Q9DbChangedFr
 
 #include "Q9DbBits.h"
 #include "Q9DbImport.h"
+#include "Q9DbLua.h"
 
 #endif /* Q9DB_H */

@@ -9,46 +9,52 @@ namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
 
-void appendUtf16(std::u16string& out, char32_t cp) {
+char16_t* putUtf16(char16_t* out, char32_t cp) {
   if (cp >= 0x10000 && cp <= 0x10FFFF) {
     cp -= 0x10000;
-    out.push_back(char16_t(0xD800 + (cp >> 10)));
-    out.push_back(char16_t(0xDC00 + (cp & 0x3FF)));
+    *out++ = char16_t(0xD800 + (cp >> 10));
+    *out++ = char16_t(0xDC00 + (cp & 0x3FF));
   } else if (cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
-    out.push_back(char16_t(kReplacement));
+    *out++ = char16_t(kReplacement);
   } else {
-    out.push_back(char16_t(cp));
+    *out++ = char16_t(cp);
   }
+  return out;
 }
 
-void appendUtf8(std::string& out, char32_t cp) {
+char* putUtf8(char* out, char32_t cp) {
   if (cp < 0x80) {
-    out.push_back(char(cp));
+    *out++ = char(cp);
   } else if (cp < 0x800) {
-    out.push_back(char(0xC0 | (cp >> 6)));
-    out.push_back(char(0x80 | (cp & 0x3F)));
+    *out++ = char(0xC0 | (cp >> 6));
+    *out++ = char(0x80 | (cp & 0x3F));
   } else if (cp < 0x10000) {
-    out.push_back(char(0xE0 | (cp >> 12)));
-    out.push_back(char(0x80 | ((cp >> 6) & 0x3F)));
-    out.push_back(char(0x80 | (cp & 0x3F)));
+    *out++ = char(0xE0 | (cp >> 12));
+    *out++ = char(0x80 | ((cp >> 6) & 0x3F));
+    *out++ = char(0x80 | (cp & 0x3F));
   } else {
-    out.push_back(char(0xF0 | (cp >> 18)));
-    out.push_back(char(0x80 | ((cp >> 12) & 0x3F)));
-    out.push_back(char(0x80 | ((cp >> 6) & 0x3F)));
-    out.push_back(char(0x80 | (cp & 0x3F)));
+    *out++ = char(0xF0 | (cp >> 18));
+    *out++ = char(0x80 | ((cp >> 12) & 0x3F));
+    *out++ = char(0x80 | ((cp >> 6) & 0x3F));
+    *out++ = char(0x80 | (cp & 0x3F));
   }
+  return out;
+}
+
+void appendUtf16(std::u16string& out, char32_t cp) {
+  char16_t units[2];
+  out.append(units, std::size_t(putUtf16(units, cp) - units));
 }
 
 }  // namespace
 
-std::u16string utf8ToUtf16(std::string_view in) {
-  std::u16string out;
-  out.reserve(in.size());
+std::size_t utf8ToUtf16Into(std::string_view in, char16_t* start) {
+  char16_t* out = start;
   std::size_t i = 0;
   while (i < in.size()) {
     const auto b = uint8_t(in[i]);
     if (b < 0x80) {
-      out.push_back(char16_t(b));
+      *out++ = char16_t(b);
       ++i;
       continue;
     }
@@ -65,19 +71,24 @@ std::u16string utf8ToUtf16(std::string_view in) {
                (cp >= 0xD800 && cp <= 0xDFFF)))
       ok = false;
     if (!ok) {
-      out.push_back(char16_t(kReplacement));
+      *out++ = char16_t(kReplacement);
       ++i;
       continue;
     }
-    appendUtf16(out, cp);
+    out = putUtf16(out, cp);
     i += std::size_t(extra) + 1;
   }
+  return std::size_t(out - start);
+}
+
+std::u16string utf8ToUtf16(std::string_view in) {
+  std::u16string out(in.size(), u'\0');
+  out.resize(utf8ToUtf16Into(in, out.data()));
   return out;
 }
 
-std::string utf16ToUtf8(std::u16string_view in) {
-  std::string out;
-  out.reserve(in.size());
+std::size_t utf16ToUtf8Into(std::u16string_view in, char* start) {
+  char* out = start;
   for (std::size_t i = 0; i < in.size(); ++i) {
     char32_t cp = in[i];
     if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < in.size() && in[i + 1] >= 0xDC00 &&
@@ -87,8 +98,14 @@ std::string utf16ToUtf8(std::u16string_view in) {
     } else if (cp >= 0xD800 && cp <= 0xDFFF) {
       cp = kReplacement;
     }
-    appendUtf8(out, cp);
+    out = putUtf8(out, cp);
   }
+  return std::size_t(out - start);
+}
+
+std::string utf16ToUtf8(std::u16string_view in) {
+  std::string out(in.size() * 3, '\0');
+  out.resize(utf16ToUtf8Into(in, out.data()));
   return out;
 }
 

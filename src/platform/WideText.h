@@ -13,6 +13,12 @@ std::u16string utf8ToUtf16(std::string_view utf8);
 std::string utf16ToUtf8(std::u16string_view utf16);
 std::string utf16ToUtf8(const char16_t* text);
 
+// The same into a caller's buffer, for callers whose memory belongs to
+// someone else (a Lua state): out holds at least utf8.size() units, or
+// 3 * utf16.size() bytes. Both give the count written, with no terminator.
+std::size_t utf8ToUtf16Into(std::string_view utf8, char16_t* out);
+std::size_t utf16ToUtf8Into(std::u16string_view utf16, char* out);
+
 // Narrow text in the process's current locale (the C library's multibyte
 // conversion) to UTF-16. Bytes the locale cannot convert are taken as
 // Latin-1 so that nothing is lost silently.

@@ -1,0 +1,40 @@
+/* The Lua 5.3 module face of the library. Included by Q9Db.h. */
+#ifndef Q9DB_LUA_H
+#define Q9DB_LUA_H
+
+#include "Q9Db.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct lua_State lua_State;
+
+/* What the report function of an import filter names an entity by. */
+#define Q9_ENTITYCLASS_CLUSTER   1u
+#define Q9_ENTITYCLASS_CHANNEL   2u
+#define Q9_ENTITYCLASS_ECU       3u
+#define Q9_ENTITYCLASS_FRAME     4u
+#define Q9_ENTITYCLASS_SIGNAL    5u
+#define Q9_ENTITYCLASS_MUXPDU    6u
+#define Q9_ENTITYCLASS_MUXPART   7u
+#define Q9_ENTITYCLASS_ELSEPART  8u
+#define Q9_ENTITYCLASS_SIGNALPDU 9u
+#define Q9_ENTITYCLASS_GLOBALS   10u
+
+/* require "Q9Db": extends package.path and package.cpath by the library's
+ * own folder, runs init.lua from there and leaves what it returns on top of
+ * the stack. Registers nothing itself. */
+Q9DB_API int luaopen_Q9Db(lua_State *L);
+
+/* Registers the metatables of nodes, databases, values, slots and encoders,
+ * and pushes the core table: version, createDb, importDBC, importLDF,
+ * XSLtransform, attribs, the Q9_ constants and ModuleFilePath. init.lua
+ * reaches it with package.loadlib(<library file>, "Q9Db_core"). */
+Q9DB_API int Q9Db_core(lua_State *L);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* Q9DB_LUA_H */

@@ -1,0 +1,22 @@
+#include "lua/ModuleFolder.h"
+
+#include <dlfcn.h>
+#include <limits.h>
+#include <stdlib.h>
+
+#include <cstring>
+
+namespace q9::lua {
+
+void pushModuleFolder(lua_State* L) {
+  Dl_info info{};
+  const char* name = "";
+  // The address of this very function lies in the library's own file.
+  if (dladdr(reinterpret_cast<void*>(&pushModuleFolder), &info) && info.dli_fname) name = info.dli_fname;
+  char resolved[PATH_MAX];
+  if (*name && realpath(name, resolved)) name = resolved;
+  const char* slash = std::strrchr(name, '/');
+  lua_pushlstring(L, name, slash ? std::size_t(slash - name) : std::strlen(name));
+}
+
+}  // namespace q9::lua
