@@ -13,6 +13,7 @@
 #include "codec/DecodeSources.h"
 #include "codec/ListWalk.h"
 #include "codec/Multiplexer.h"
+#include "codec/TriggeringCandidates.h"
 #include "platform/Heap.h"
 
 namespace q9 {
@@ -173,7 +174,7 @@ Q9DB_API HRESULT Q9Db_decodeMessage(Q9DbNode* channel, uint32_t identifier, uint
   e->identifierImage = identifier << ((flags & Q9_FLAG_CANEXTENDED) ? 3 : 21);
   e->length = length;
   e->payload = payload;
-  startWalk(e->triggeringWalk, as<Channel>(channel)->frameTriggerings);
+  startCandidates(e->triggeringWalk, *as<Channel>(channel), identifier);
   return S_OK;
 }
 
@@ -188,7 +189,7 @@ Q9DB_API HRESULT Q9Db_decodeNextFrametriggering(Q9DbDecodeEnum* e, Q9DbNode** ou
   // Signals left over from the previous triggering belong to it, not the next.
   clearStack(*e);
   void* node = nullptr;
-  while (nextItem(e->triggeringWalk, &node)) {
+  while (nextCandidate(e->triggeringWalk, e->identifier, &node)) {
     if (!matches(*e, node)) continue;
     e->triggering = static_cast<Q9DbNode*>(node);
     if (outTriggering) *outTriggering = e->triggering;

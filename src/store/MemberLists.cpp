@@ -4,6 +4,7 @@
 
 #include "store/Database.h"
 #include "store/StringStore.h"
+#include "store/TriggeringIndex.h"
 
 namespace q9 {
 
@@ -13,8 +14,12 @@ Allocator* allocatorOf(ObjectBase* owner) {
 }
 
 HRESULT appendMember(const ListPlace& where, ObjectBase* owner, ObjectBase* item) {
-  const HRESULT hr = appendPointer(where.layout, allocatorOf(owner), where.list(owner), item);
+  PagedList* list = where.list(owner);
+  const HRESULT hr = appendPointer(where.layout, allocatorOf(owner), list, item);
   if (hr != S_OK) return hr;
+  // The index only speeds decoding up: where it fails, the decoder walks the list.
+  if (isExact<Channel>(owner) && list == &as<Channel>(owner)->frameTriggerings)
+    indexAppendedFrameTriggerings(as<Channel>(owner));
   switch (where.backReference) {
     case BackReference::Parent:
       static_cast<ElementChild*>(item)->parent = owner;

@@ -16,6 +16,7 @@ struct StringSlot;
 struct Q9Db;
 struct ElementGroup;
 struct MultiplexedPart;
+struct TriggeringIndex;
 
 #define Q9_NODE_CLASS(Name, l1, l2, first, last) \
   static constexpr uint32_t kNodeType = makeNodeType(l1, l2, first, last); \
@@ -160,6 +161,8 @@ struct Channel : ElementChild {
   PagedList frameTriggerings;
   PagedList PDUTriggerings;
   PagedList PDUInstances;
+  // frameTriggerings by identifier, for the decoder; null until the first.
+  TriggeringIndex* triggeringIndex;
 };
 
 struct Frame : ElementDetail {

@@ -1,0 +1,118 @@
+#include "store/TriggeringIndex.h"
+
+#include <cstring>
+
+#include "store/Allocator.h"
+#include "store/MemberLists.h"
+
+namespace q9 {
+namespace {
+
+const BlockLayout entryLayout = makeLayout(sizeof(TriggeringIndexEntry), 64);
+constexpr uint64_t kFirstBucketCount = 16;
+
+uint64_t bucketOf(uint32_t identifier, uint64_t bucketCount) {
+  // Fibonacci hashing spreads neighbouring identifiers over the table.
+  return ((uint64_t(identifier) * 0x9E3779B97F4A7C15ull) >> 32) & (bucketCount - 1);
+}
+
+void appendToChain(TriggeringIndexEntry*& first, TriggeringIndexEntry*& last, TriggeringIndexEntry* entry) {
+  entry->next = nullptr;
+  if (last)
+    last->next = entry;
+  else
+    first = entry;
+  last = entry;
+}
+
+// Rebuilds the buckets at twice the size; on failure the old ones stay,
+// fuller but right.
+void growBuckets(TriggeringIndex& index, Allocator* alloc) {
+  const uint64_t count = index.bucketCount ? 2 * index.bucketCount : kFirstBucketCount;
+  auto* buckets = static_cast<TriggeringBucket*>(alloc->alloc(alloc, count * sizeof(TriggeringBucket)));
+  if (!buckets) return;
+  std::memset(buckets, 0, count * sizeof(TriggeringBucket));
+  // The entries list is in list order, so every chain is again.
+  if (Block* b = index.entries.head) {
+    do {
+      auto* records = reinterpret_cast<TriggeringIndexEntry*>(b->items());
+      for (uint64_t i = 0; i < b->count; ++i) {
+        TriggeringIndexEntry& e = records[i];
+        if (!isExact<IdentifierBasedTriggering>(e.triggering)) continue;
+        TriggeringBucket& bucket = buckets[bucketOf(e.identifier, count)];
+        appendToChain(bucket.first, bucket.last, &e);
+      }
+      b = b->next;
+    } while (b != index.entries.head);
+  }
+  if (index.buckets) alloc->free(alloc, index.buckets);
+  index.buckets = buckets;
+  index.bucketCount = count;
+}
+
+// Adds one list item; items that never match a message take no entry.
+bool addItem(TriggeringIndex& index, Allocator* alloc, void* item, uint64_t position) {
+  const bool exact = isExact<IdentifierBasedTriggering>(item);
+  if (!exact && !isExact<MaskedIdentifierTriggering>(item)) return true;
+  if (exact && 2 * (index.exactCount + 1) > index.bucketCount) growBuckets(index, alloc);
+  if (exact && !index.buckets) return false;
+  auto* entry = static_cast<TriggeringIndexEntry*>(appendRecord(&entryLayout, alloc, &index.entries));
+  if (!entry) return false;
+  entry->triggering = as<FrameTriggering>(item);
+  entry->position = position;
+  if (exact) {
+    entry->identifier = as<IdentifierBasedTriggering>(item)->identifier;
+    TriggeringBucket& bucket = index.buckets[bucketOf(entry->identifier, index.bucketCount)];
+    appendToChain(bucket.first, bucket.last, entry);
+    ++index.exactCount;
+  } else {
+    appendToChain(index.firstMasked, index.lastMasked, entry);
+  }
+  return true;
+}
+
+}  // namespace
+
+HRESULT indexAppendedFrameTriggerings(Channel* channel) {
+  const PagedList& list = channel->frameTriggerings;
+  if (!list.head) return S_OK;
+  Allocator* alloc = allocatorOf(channel);
+  if (!channel->triggeringIndex) {
+    auto* fresh = static_cast<TriggeringIndex*>(alloc->alloc(alloc, sizeof(TriggeringIndex)));
+    if (!fresh) return E_OUTOFMEMORY;
+    std::memset(fresh, 0, sizeof *fresh);
+    channel->triggeringIndex = fresh;
+  }
+  TriggeringIndex& index = *channel->triggeringIndex;
+  if (!index.resumeBlock) index.resumeBlock = list.head;
+  for (;;) {
+    Block* b = index.resumeBlock;
+    if (index.resumeIndex < b->count) {
+      if (!addItem(index, alloc, b->pointers()[index.resumeIndex], index.nextPosition)) return E_OUTOFMEMORY;
+      ++index.resumeIndex;
+      ++index.nextPosition;
+    } else if (b->next != list.head) {
+      index.resumeBlock = b->next;
+      index.resumeIndex = 0;
+    } else {
+      break;
+    }
+  }
+  index.seenTail = list.tail;
+  index.seenTailCount = list.tail->count;
+  return S_OK;
+}
+
+const TriggeringIndex* currentTriggeringIndex(const Channel& channel) {
+  const TriggeringIndex* index = channel.triggeringIndex;
+  const Block* tail = channel.frameTriggerings.tail;
+  if (!index || !tail || index->seenTail != tail || index->seenTailCount != tail->count) return nullptr;
+  return index;
+}
+
+const TriggeringIndexEntry* firstWithIdentifier(const TriggeringIndex& index, uint32_t identifier) {
+  if (!index.buckets) return nullptr;
+  return nextWithIdentifier(index.buckets[bucketOf(identifier, index.bucketCount)].first, identifier);
+}
+
+}  // namespace q9
