@@ -675,6 +675,16 @@ Q9DB_API HRESULT Q9Db_EncoderTrigger(Q9DbEncoder *encoder, uint64_t time);
  * the frame for the next caller. */
 Q9DB_API HRESULT Q9Db_EncoderGetChangedFrame(Q9DbEncoder *encoder, Q9DbChangedFrame *out);
 
+/* ---- Graph dump ------------------------------------------------------------ */
+
+/* Writes every node of the database reachable from its collections node to
+ * fileName as a Graphviz digraph in UTF-8: one record node per database
+ * node, labelled "Class [short name]: id details", and one coloured edge per
+ * link; texts in language, else fallback. S_OK; E_INVALIDARG for a db that
+ * isn't a database handle or a null fileName; E_UNEXPECTED when the file
+ * can't be opened for writing. */
+Q9DB_API HRESULT Q9Db_dumpDot(Q9DbNode *db, const char16_t *fileName, uint16_t language, uint16_t fallback);
+
 #ifdef __cplusplus
 }
 #endif
