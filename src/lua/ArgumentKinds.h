@@ -37,9 +37,14 @@ struct Num {
   using type = double;
   static type read(lua_State* L, int i) { return lua_tonumberx(L, i, nullptr); }
 };
+// Text is converted only once every argument has been read: the wide copy
+// goes onto the stack, where it must not be mistaken for an argument.
+struct PendingText {
+  int index;
+};
 struct Text {
-  using type = const char16_t*;
-  static type read(lua_State* L, int i) { return toWideText(L, i); }
+  using type = PendingText;
+  static type read(lua_State*, int i) { return PendingText{i}; }
 };
 struct Bytes {  // a Lua string handed over as it stands
   using type = const char*;
@@ -92,10 +97,20 @@ std::tuple<typename Kinds::type...> readArguments(lua_State* L) {
   return readArguments<Kinds...>(L, std::index_sequence_for<Kinds...>{});
 }
 
-// Calls fn with the arguments and any out-parameters after them.
+template <class T>
+T finish(lua_State*, T value) {
+  return value;
+}
+inline const char16_t* finish(lua_State* L, PendingText text) { return toWideText(L, text.index); }
+
+// Calls fn with the arguments read so far and any out-parameters after them.
+template <auto Fn, class Tuple, class... Outs>
+HRESULT applyTo(lua_State* L, const Tuple& arguments, Outs*... outs) {
+  return std::apply([&](auto... a) { return Fn(finish(L, a)..., outs...); }, arguments);
+}
 template <auto Fn, class... Kinds, class... Outs>
 HRESULT callWith(lua_State* L, Outs*... outs) {
-  return std::apply([&](auto... a) { return Fn(a..., outs...); }, readArguments<Kinds...>(L));
+  return applyTo<Fn>(L, readArguments<Kinds...>(L), outs...);
 }
 
 inline int pushFailure(lua_State* L, HRESULT hr) {

@@ -27,7 +27,7 @@ int createCoding(lua_State* L) {
   auto args = readArguments<Database, Text, Int, U32, NodeOf<UnitSpec>>(L);
   if (std::get<3>(args) == Q9_ENCODING_INVALID) luaL_argerror(L, 4, "invalid encoding constant");
   Q9DbNode* out = nullptr;
-  const HRESULT hr = std::apply([&](auto... a) { return Q9Db_createCoding(a..., &out); }, args);
+  const HRESULT hr = applyTo<Q9Db_createCoding>(L, args, &out);
   return hr == S_OK ? pushNode(L, out) : pushFailure(L, hr);
 }
 
@@ -50,7 +50,7 @@ int getQualifiedId(lua_State* L) {
 }
 
 int splitQualifiedId(lua_State* L) {
-  const char16_t* qualified = Text::read(L, 1);
+  const char16_t* qualified = toWideText(L, 1);
   BSTR databaseId = nullptr, elementId = nullptr;
   const HRESULT hr = Q9Db_splitQualifiedId(qualified, &databaseId, &elementId);
   const uint32_t lengths[2] = {SysStringLen(databaseId), SysStringLen(elementId)};
@@ -102,7 +102,7 @@ int pushDatabase(lua_State* L, Q9DbNode* database, uint32_t owner) {
 }
 
 int createDb(lua_State* L) {
-  const char16_t* id = Text::read(L, 1);
+  const char16_t* id = toWideText(L, 1);
   Q9DbNode* db = nullptr;
   const HRESULT hr = Q9Db_create(id, &db);
   return hr == S_OK ? pushDatabase(L, db, 1) : pushFailure(L, hr);

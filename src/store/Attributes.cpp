@@ -35,6 +35,9 @@ HRESULT writeField(void* node, Value value) {
 template <typename Accepted, auto Member, typename ValueClass, bool nullAllowed>
 HRESULT writeLink(void* node, void* value, HRESULT wrongValue) {
   if (!isA<Accepted>(node)) return E_INVALIDARG;
+  // A database's reference is its collections node, fixed at creation:
+  // rewriting it would cut the database off from its own index.
+  if (std::is_same_v<Accepted, ElementReference> && isExact<Q9Db>(node)) return E_INVALIDARG;
   if (!value && !nullAllowed) return E_INVALIDARG;
   if (value && !isA<ValueClass>(value)) return wrongValue;
   auto& field = as<Accepted>(node)->*Member;

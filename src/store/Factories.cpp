@@ -91,7 +91,8 @@ HRESULT linkPduParent(PDU& pdu, Q9DbNode* parentHandle) {
     const HRESULT hr = appendMember(place<PDU, &PDU::parents>(), &pdu, parent);
     if (hr != S_OK) return hr;
   }
-  if (!isA<ElementReference>(parent)) return E_INVALIDARG;
+  // A database's reference is its collections node and stays so.
+  if (!isA<ElementReference>(parent) || isExact<Q9Db>(parent)) return E_INVALIDARG;
   static_cast<ElementReference*>(parent)->reference = &pdu;
   return S_OK;
 }

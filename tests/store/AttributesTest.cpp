@@ -69,7 +69,8 @@ std::vector<AccessorRow> accessorRows() {
       {"getTextValue", {28}, [](Q9DbNode* s, Q9DbNode* db) { return Q9Db_getTextValue(db, s, 1, 2, &textOut); }},
       {"setParent", span(5, 22), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setParent(s, s); }},
       {"getParent", span(5, 22), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getParent(s, &nodeOut); }},
-      {"setReference", span(6, 21), [refOrSelf](Q9DbNode* s, Q9DbNode*) { return Q9Db_setReference(s, refOrSelf(s)); }},
+      // The database's own reference (class 7) is its collections link and fixed.
+      {"setReference", Classes{6} + span(8, 21), [refOrSelf](Q9DbNode* s, Q9DbNode*) { return Q9Db_setReference(s, refOrSelf(s)); }},
       {"getReference", span(6, 21), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getReference(s, &nodeOut); }},
       {"setFrame", span(11, 15), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setFrame(s, nullptr); }},
       {"getFrame", span(11, 15), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getFrame(s, &nodeOut); }},
@@ -310,4 +311,23 @@ TEST_F(StoreTest, UnitsThroughCodings) {
 }
 
 }  // namespace
+}  // namespace q9::test
+
+namespace q9::test {
+
+// The database's reference is its collections node; neither a setter nor a
+// factory that links a PDU to its "parent" may rewrite it.
+TEST_F(StoreTest, DatabaseKeepsItsCollectionsLink) {
+  Q9DbNode *frame = nullptr, *pdu = nullptr, *collections = nullptr;
+  ASSERT_EQ(Q9Db_getDatabaseCollections(handle, &collections), S_OK);
+  ASSERT_EQ(Q9Db_createFrame(handle, u"f", 8, &frame), S_OK);
+  EXPECT_EQ(Q9Db_setReference(handle, frame), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_createSignalPDU(handle, u"p", 64, handle, &pdu), E_INVALIDARG);
+  Q9DbNode* after = nullptr;
+  ASSERT_EQ(Q9Db_getDatabaseCollections(handle, &after), S_OK);
+  EXPECT_EQ(after, collections);
+  Q9DbNode* found = nullptr;
+  EXPECT_EQ(Q9Db_findByElementId(handle, u"p", &found), S_OK);
+}
+
 }  // namespace q9::test
