@@ -155,7 +155,7 @@ TEST_F(GraphDumpTest, EmptyDatabaseIsTheCollectionsNodeAndItsGroups) {
   EXPECT_EQ(text, expected);
 }
 
-TEST_F(GraphDumpTest, LabelsShowClassShortNameIdAndDetails) {
+TEST_F(GraphDumpTest, LabelsShowClassShortNameIdDetailsAndParam) {
   buildNetwork();
   const Dump dump(dumpText());
   EXPECT_TRUE(dump.unparsed.empty()) << dump.unparsed.front();
@@ -186,11 +186,8 @@ TEST_F(GraphDumpTest, LabelsShowClassShortNameIdAndDetails) {
   Q9DbNode* schedule = nullptr;
   ASSERT_EQ(Q9Db_findByElementId(handle, u"Slot\"7\"\\", &schedule), S_OK);
   EXPECT_EQ(dump.label(schedule), "Frame []: Slot\\\"7\\\"\\\\\\nlength: 16");
-}
 
-TEST_F(GraphDumpTest, ParamsBelowElevenFillTheNode) {
-  buildNetwork();
-  const Dump dump(dumpText());
+  // Params 1 to 10 fill the node; 11 and up only show in the label.
   EXPECT_EQ(dump.fills.at(nameOf(temp)), "blue");
   EXPECT_EQ(dump.fills.at(nameOf(engine)), "blueviolet");
   EXPECT_EQ(dump.fills.at(nameOf(frame)), "");
@@ -239,11 +236,25 @@ TEST_F(GraphDumpTest, EveryNodeOnceAndLinksInBothDirections) {
   EXPECT_LT(lineOf(temp, firstInstance, "black"), lineOf(temp, secondInstance, "black"));
 }
 
+// Also with long texts cut in the middle of their escapes.
 TEST_F(GraphDumpTest, GraphvizRendersTheDump) {
   if (std::system("command -v dot > /dev/null 2>&1") != 0) GTEST_SKIP() << "Graphviz dot is not installed";
   buildNetwork();
+  Q9DbNode *longFrame = nullptr, *longUnit = nullptr, *itsCoding = nullptr;
+  ASSERT_EQ(Q9Db_createFrame(handle, std::u16string(700, u'|').c_str(), 8, &longFrame), S_OK);
+  ASSERT_EQ(Q9Db_createUnitSpec(handle, u"u", 9, std::u16string(200, u'"').c_str(), &longUnit), S_OK);
+  ASSERT_EQ(Q9Db_createCoding(handle, u"c", 8, Q9_ENCODING_DIRECT, longUnit, &itsCoding), S_OK);
   ScratchFile dot("", ".dot"), png("", ".png"), errors("", ".txt");
   ASSERT_EQ(Q9Db_dumpDot(handle, dot.widePath().c_str(), 9, 65535), S_OK);
+  const Dump dump(readFile(dot.path()));
+  // Ids stop at 1022 units, details at 100, both before an escape that
+  // would not fit whole.
+  std::string bars, quotes;
+  for (int i = 0; i < 511; ++i) bars += "\\|";
+  for (int i = 0; i < 42; ++i) quotes += "\\\"";
+  EXPECT_EQ(dump.label(longFrame), "Frame []: " + bars + "\\nlength: 8");
+  EXPECT_EQ(dump.label(longUnit), "UnitSpec []: u\\ndisplayname: " + quotes);
+
   const std::string command =
       "dot -Tpng '" + dot.path() + "' -o '" + png.path() + "' 2> '" + errors.path() + "'";
   EXPECT_EQ(std::system(command.c_str()), 0);
