@@ -39,6 +39,8 @@ const luaL_Reg kCollectionMethods[] = {
     {"enumSignals", walk<Q9Db_enumSignals>},
     {"enumViews", walk<Q9Db_enumViews>},
     {"getCollections", getCollections},
+    // Accepts only a database userdata, also where a collections node carries it.
+    {"dumpDot", statusResult<Q9Db_dumpDot, Database, Text, Language, Language>},
     {nullptr, nullptr}};
 
 }  // namespace q9::lua

@@ -5,11 +5,7 @@
 
 #include "lua/Binding.h"
 #include "lua/ModuleFolder.h"
-
-#if __has_include("lua/XslTransform.h")
 #include "lua/XslTransform.h"
-#define Q9_HAVE_XSL 1
-#endif
 
 namespace q9::lua {
 namespace {
@@ -18,10 +14,6 @@ int version(lua_State* L) {
   lua_pushliteral(L, "2.0.1026.0");
   return 1;
 }
-
-#ifndef Q9_HAVE_XSL
-int Q9Lua_xslTransform(lua_State* L) { return luaL_error(L, "XSLtransform is not available in this build"); }
-#endif
 
 const luaL_Reg kModuleFunctions[] = {{"version", version},       {"createDb", createDb},
                                      {"importDBC", importDBC},   {"importLDF", importLDF},
