@@ -1,6 +1,7 @@
 // Walks over member lists for the cursors that public records carry as
-// Q9DbCursor. They step through the store's own Cursor, so a list is walked
-// the same way here as by every enumerator.
+// Q9DbCursor. A Q9DbCursor is the store's Cursor field for field, and it
+// steps as the store's cursors step, so a list is walked the same way here
+// as by every enumerator.
 #pragma once
 
 #include "Q9Db.h"
@@ -14,15 +15,25 @@ inline void startWalk(Q9DbCursor& c, PagedList& list) { c = Q9DbCursor{&list, &c
 
 inline void endWalk(Q9DbCursor& c) { c = Q9DbCursor{nullptr, nullptr, nullptr, 0}; }
 
-// Takes the next item (which may be null) into item; false at the end.
+// Takes the next item (which may be null) into item; false at the end. The
+// same steps as a one-item cursorNextPointers, kept inline for the decoder's
+// hot path: a cursor that has taken the last item stays on the last block
+// until a further call runs it off the end.
 inline bool nextItem(Q9DbCursor& c, void** item) {
-  if (!c.list) return false;
-  Cursor cursor{static_cast<PagedList*>(c.list), static_cast<const BlockLayout*>(c.layout),
-                static_cast<Block*>(c.block), c.index};
-  const bool more = cursorNextPointers(&cursor, 1, item, nullptr) == S_OK;
-  c.block = cursor.block;
-  c.index = cursor.index;
-  return more;
+  auto* b = static_cast<Block*>(c.block);
+  if (!b) return false;
+  while (c.index >= b->count) {
+    if (b->next == static_cast<PagedList*>(c.list)->head) {
+      c.block = nullptr;
+      c.index = 0;
+      return false;
+    }
+    b = b->next;
+    c.block = b;
+    c.index = 0;
+  }
+  *item = b->pointers()[c.index++];
+  return true;
 }
 
 }  // namespace q9

@@ -14,6 +14,7 @@
 #include "codec/ListWalk.h"
 #include "codec/Multiplexer.h"
 #include "codec/TriggeringCandidates.h"
+#include "codec/WordRead.h"
 #include "platform/Heap.h"
 
 namespace q9 {
@@ -126,9 +127,7 @@ bool deliver(const Q9DbDecodeEnum& e, const void* node, Q9DbDecodedSignal& out, 
     out.textLength = std::min(out.textCapacity, uint32_t(coding->bitlen / 8));
     kind = Q9_ASCIISIGNAL;
   } else {
-    uint8_t image[8];
-    Q9bit_extract(image, src.bytes, sizeof image, uint32_t(pos), bits);
-    out.value = loadLittleEndian(image, sizeof image);
+    out.value = readFieldInside(src.bytes, src.size, pos, bits);
     out.textLength = 0;
     kind = Q9_NUMERICSIGNAL;
   }

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "codec/DecodeSources.h"
+#include "codec/WordRead.h"
 #include "store/MemberLists.h"
 
 namespace q9 {
@@ -29,7 +30,7 @@ bool readSwitch(const Q9DbDecodeEnum& e, const Q9DbDecodeStackEntry& entry, cons
     return true;
   const int32_t bits = orderedLength(pdu.switchByteOrder, length);
   if (!readable(src, pos, bits)) return false;
-  *code = readField(src.bytes, pos, bits);
+  *code = readFieldInside(src.bytes, src.size, pos, bits);
   return true;
 }
 

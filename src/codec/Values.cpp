@@ -77,7 +77,9 @@ uint64_t cut(uint64_t raw, int32_t length) {
 unsigned signBit(int32_t length) { return length > 0 && length <= 64 ? unsigned(length) - 1 : 63; }
 
 bool scaleIsOne(double scale) {
-  return std::fabs(scale - 1.0) <= std::fmin(1.0, std::fabs(scale)) * DBL_EPSILON;
+  // min(1, |scale|) spelt out: fmin is a library call on the hot path.
+  const double magnitude = std::fabs(scale);
+  return std::fabs(scale - 1.0) <= (magnitude < 1.0 ? magnitude : 1.0) * DBL_EPSILON;
 }
 
 void applyLinear(const LinearComputation& c, Q9DbPhysicalValue& v) {
@@ -126,19 +128,43 @@ bool apply(const ObjectBase* compu, Q9DbPhysicalValue& v) {
   }
 }
 
+// Whether a range of the list holds x, the value as a double; the range test
+// of rangeHolds with the conversion done once for all ranges.
+bool someRangeHolds(const PagedList& ranges, double x) {
+  Block* b = ranges.head;
+  if (!b) return false;
+  do {
+    const auto* r = reinterpret_cast<const ValueRange*>(b->items());
+    for (uint64_t i = 0; i < b->count; ++i) {
+      if ((r[i].lowerLimit < x && x < r[i].upperLimit) ||
+          ((r[i].flags & Q9_FLAG_LOWERLIMIT_CLOSED) && x == r[i].lowerLimit) ||
+          ((r[i].flags & Q9_FLAG_UPPERLIMIT_CLOSED) && x == r[i].upperLimit))
+        return true;
+    }
+    b = b->next;
+  } while (b != ranges.head);
+  return false;
+}
+
 HRESULT runCascade(const PagedList& computations, Q9DbPhysicalValue& v) {
   HRESULT result = S_FALSE;
-  if (Block* b = computations.head) {
-    do {
-      for (uint64_t i = 0; i < b->count; ++i) {
-        const auto* compu = static_cast<const ObjectBase*>(b->pointers()[i]);
-        if (!isA<Computation>(compu) || !computationHolds(*as<Computation>(compu), v)) continue;
-        v.computation = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(compu));
-        result = apply(compu, v) ? S_OK : S_FALSE;
-      }
-      b = b->next;
-    } while (b != computations.head);
-  }
+  Block* b = computations.head;
+  if (!b) return result;
+  // No range holds a value of unknown type, and only an applied computation
+  // changes the value, so its double is worked out again only then.
+  bool comparable = v.valueType <= Q9_VALUETYPE_INT64;
+  double x = valueAsDouble(v);
+  do {
+    for (uint64_t i = 0; i < b->count; ++i) {
+      const auto* compu = static_cast<const ObjectBase*>(b->pointers()[i]);
+      if (!comparable || !isA<Computation>(compu) || !someRangeHolds(as<Computation>(compu)->ranges, x)) continue;
+      v.computation = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(compu));
+      result = apply(compu, v) ? S_OK : S_FALSE;
+      comparable = v.valueType <= Q9_VALUETYPE_INT64;
+      x = valueAsDouble(v);
+    }
+    b = b->next;
+  } while (b != computations.head);
   return result;
 }
 
