@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "SignalPlan.h"
+
 namespace q9bench {
 namespace {
 
@@ -15,27 +17,6 @@ void check(HRESULT hr, const char* what) {
 }
 
 std::u16string widen(const std::string& text) { return std::u16string(text.begin(), text.end()); }
-
-// What a signal means: how its bits are encoded and what computations turn
-// them into a physical value.
-enum class Kind { Scaled, Signed, Offset, Float, Texts };
-
-// Fields are laid one after the other in the order of their byte order's
-// walk: bit numbers upward for little-endian, the sawtooth (bit XOR 7) for
-// big-endian, so fields of one PDU never overlap.
-struct FieldCursor {
-  uint32_t next;  // walk index of the next free bit
-  uint32_t end;
-  bool bigEndian;
-  uint32_t left() const { return end - next; }
-  // The field's position as an instance carries it: its least significant
-  // bit (little-endian) or most significant bit (big-endian).
-  uint32_t take(uint32_t length) {
-    const uint32_t first = next;
-    next += length;
-    return bigEndian ? first ^ 7 : first;
-  }
-};
 
 class Builder {
  public:
@@ -53,37 +34,23 @@ class Builder {
     return ids_.back().c_str();
   }
 
-  // Fills cursor's bits with count signals (fewer when the bits run out).
-  void fill(Q9DbNode* pdu, FieldCursor cursor, unsigned count, const std::string& prefix,
+  void fill(Q9DbNode* pdu, const std::vector<PlannedSignal>& plan, const std::string& prefix,
             std::vector<Q9DbNode*>& signals) {
-    for (unsigned i = 0; i < count && cursor.left() > 0; ++i) {
-      const uint32_t still = count - i - 1;
-      const uint32_t room = cursor.left() > still ? cursor.left() - still : 1;
-      Kind kind = pickKind();
-      uint32_t length;
-      if (kind == Kind::Float && room >= 32) {
-        length = 32;
-      } else {
-        if (kind == Kind::Float) kind = Kind::Scaled;
-        const uint32_t fair = std::max<uint32_t>(1, 2 * cursor.left() / (count - i));
-        length = std::min(room, random_.between(1, std::min<uint32_t>(16, fair)));
-        if (kind == Kind::Texts) length = std::min<uint32_t>(length, 3);
-        if (kind == Kind::Signed && length < 2) kind = Kind::Scaled;
-      }
-      signals.push_back(signal(pdu, cursor, kind, length, prefix + "_S" + std::to_string(i)));
-    }
+    for (std::size_t i = 0; i < plan.size(); ++i) signals.push_back(signal(pdu, plan[i], prefix + "_S" + std::to_string(i)));
   }
 
-  Q9DbNode* signal(Q9DbNode* pdu, FieldCursor& cursor, Kind kind, uint32_t length, const std::string& name) {
+  Q9DbNode* signal(Q9DbNode* pdu, const PlannedSignal& planned, const std::string& name) {
+    const SignalKind kind = planned.kind;
+    const uint32_t length = planned.length;
     const int32_t bits = int32_t(length);
     uint32_t encoding = Q9_ENCODING_DIRECT;
-    if (kind == Kind::Signed) encoding = Q9_ENCODING_2COMPL;
-    if (kind == Kind::Float) encoding = Q9_ENCODING_IEEE;
+    if (kind == SignalKind::Signed) encoding = Q9_ENCODING_2COMPL;
+    if (kind == SignalKind::Float) encoding = Q9_ENCODING_IEEE;
     Q9DbNode *coding = nullptr, *signal = nullptr, *instance = nullptr;
     check(Q9Db_createCoding(db_, id(name + "_C"), bits, encoding, nullptr, &coding), "coding");
     const double rawMax = std::ldexp(1.0, bits) - 1;
     switch (kind) {
-      case Kind::Scaled: {
+      case SignalKind::Scaled: {
         const double scales[] = {0.1, 0.25, 0.5, 0.01, 2.0, 0.05};
         const double offsets[] = {0, 0, -40, -100, 0, -1000};
         const double scale = scales[random_.between(0, 5)];
@@ -91,18 +58,18 @@ class Builder {
         linear(coding, scale, offset, 0, rawMax);
         break;
       }
-      case Kind::Signed: {
+      case SignalKind::Signed: {
         const double half = std::ldexp(1.0, bits - 1);
         linear(coding, 0.1, 0, -half, half - 1);
         break;
       }
-      case Kind::Offset:
+      case SignalKind::Offset:
         linear(coding, 1.0, -40, 0, rawMax);
         break;
-      case Kind::Float:
+      case SignalKind::Float:
         linear(coding, 1.0, 0, -3.4e38, 3.4e38);
         break;
-      case Kind::Texts: {
+      case SignalKind::Texts: {
         const uint32_t entries = std::min<uint32_t>(uint32_t(rawMax) + 1, random_.between(2, 5));
         for (uint32_t v = 0; v < entries; ++v) {
           Q9DbNode* text = nullptr;
@@ -115,8 +82,8 @@ class Builder {
       }
     }
     check(Q9Db_createSignal(db_, id(name), 0, 0, -1e300, 1e300, coding, &signal), "signal");
-    const int32_t order = cursor.bigEndian ? Q9_BYTEORDER_BIGENDIAN : Q9_BYTEORDER_LITTLEENDIAN;
-    check(Q9Db_createSignalInstance(db_, id(name + "_I"), order, int32_t(cursor.take(length)), -1, signal, pdu,
+    const int32_t order = planned.bigEndian ? Q9_BYTEORDER_BIGENDIAN : Q9_BYTEORDER_LITTLEENDIAN;
+    check(Q9Db_createSignalInstance(db_, id(name + "_I"), order, int32_t(planned.position), -1, signal, pdu,
                                     &instance),
           "signal instance");
     return signal;
@@ -146,15 +113,6 @@ class Builder {
   }
 
  private:
-  Kind pickKind() {
-    const uint32_t roll = random_.between(0, 99);
-    if (roll < 55) return Kind::Scaled;
-    if (roll < 70) return Kind::Signed;
-    if (roll < 80) return Kind::Offset;
-    if (roll < 88) return Kind::Float;
-    return Kind::Texts;
-  }
-
   Q9DbNode* db_;
   Random& random_;
   std::vector<Q9DbStringSlot*> texts_;
@@ -202,7 +160,7 @@ GeneratedNetwork::GeneratedNetwork(uint64_t seed, const NetworkShape& shape) {
     const uint32_t frameBits = 8 * msg.length;
     if (!msg.multiplexed) {
       check(Q9Db_createSignalPDU(db_, b.id(name + "_P"), int32_t(frameBits), nullptr, &pdu), "signal PDU");
-      b.fill(pdu, FieldCursor{0, frameBits, bigEndian}, signalsWanted, name, msg.signals);
+      b.fill(pdu, planSignals(random, 0, frameBits, bigEndian, signalsWanted), name, msg.signals);
     } else {
       // The selector and a few signals in the first two bytes, the rest by
       // switch code in the six bytes after them.
@@ -214,9 +172,8 @@ GeneratedNetwork::GeneratedNetwork(uint64_t seed, const NetworkShape& shape) {
       check(Q9Db_setStaticPart(pdu, part), "static part");
       check(Q9Db_addSegment(part, Q9_BYTEORDER_LITTLEENDIAN, 0, kStaticBits), "segment");
       check(Q9Db_createSignalPDU(db_, b.id(name + "_StaticP"), kStaticBits, part, &partPdu), "signal PDU");
-      FieldCursor selector{0, kSelectorBits, false};
-      msg.signals.push_back(b.signal(partPdu, selector, Kind::Offset, kSelectorBits, name + "_Sel"));
-      b.fill(partPdu, FieldCursor{kSelectorBits, kStaticBits, false}, 3, name + "_St", msg.signals);
+      msg.signals.push_back(b.signal(partPdu, {SignalKind::Offset, 0, kSelectorBits, false}, name + "_Sel"));
+      b.fill(partPdu, planSignals(random, kSelectorBits, kStaticBits, false, 3), name + "_St", msg.signals);
       const uint32_t codes = random.between(2, 6);
       for (uint32_t code = 0; code <= codes; ++code) {
         const bool isElse = code == codes;
@@ -227,7 +184,7 @@ GeneratedNetwork::GeneratedNetwork(uint64_t seed, const NetworkShape& shape) {
         check(Q9Db_addSegment(part, Q9_BYTEORDER_LITTLEENDIAN, kStaticBits, frameBits - kStaticBits), "segment");
         check(Q9Db_createSignalPDU(db_, b.id(partName + "_P"), int32_t(frameBits - kStaticBits), part, &partPdu),
               "signal PDU");
-        b.fill(partPdu, FieldCursor{0, frameBits - kStaticBits, bigEndian}, random.between(5, 10), partName,
+        b.fill(partPdu, planSignals(random, 0, frameBits - kStaticBits, bigEndian, random.between(5, 10)), partName,
                msg.signals);
       }
     }
@@ -249,7 +206,7 @@ GeneratedNetwork::GeneratedNetwork(uint64_t seed, const NetworkShape& shape) {
                                               nullptr, channel_, &triggering),
         "masked triggering");
   check(Q9Db_createSignalPDU(db_, u"Diagnostics_P", 64, nullptr, &pdu), "signal PDU");
-  b.fill(pdu, FieldCursor{0, 64, false}, 8, "Diagnostics", diag.signals);
+  b.fill(pdu, planSignals(random, 0, 64, false, 8), "Diagnostics", diag.signals);
   check(Q9Db_createPDUInstance(db_, u"Diagnostics_PI", Q9_BYTEORDER_LITTLEENDIAN, 0, -1, pdu, diag.frame, &instance),
         "PDU instance");
   b.timed(pdu, channel_, "Diagnostics");
