@@ -123,15 +123,14 @@ class DotWriter {
     std::fprintf(out_, "_%p -> _%p [color=%s];\n", from, to, colour ? colour : "black");
   }
 
-  // The edges of the shared families that lead back without a visit.
+  // Starts a node: the edges to its group and its parent, drawn without a
+  // visit, then its frame on the stack.
   void begin(ObjectBase* node, ObjectBase* parent, const char* colour) {
     if (isA<ElementId>(node) && as<ElementId>(node)->group)
       edge(node, as<ElementId>(node)->group, "gray");
     if (isA<ElementChild>(node) && as<ElementChild>(node)->parent)
       edge(node, as<ElementChild>(node)->parent, "green");
-    Frame frame{node, parent, colour, Frame::Children, nullptr, false, {}};
-    if (isA<ElementGroup>(node)) frame.position.start(&as<ElementGroup>(node)->children);
-    stack_.push_back(frame);
+    stack_.push_back(Frame{node, parent, colour, Frame::Children, nullptr, false, {}});
   }
 
   void ownLine(ObjectBase* node) {
@@ -163,10 +162,8 @@ class DotWriter {
     for (;;) {
       switch (f.stage) {
         case Frame::Children:
-          if (isA<ElementGroup>(f.node)) {
-            f.rowStarted = true;  // started in begin()
-            if (nextOfRow(f, kChildrenLink, child)) return *colour = kChildrenLink.colour, true;
-          }
+          if (isA<ElementGroup>(f.node) && nextOfRow(f, kChildrenLink, child))
+            return *colour = kChildrenLink.colour, true;
           f.stage = Frame::Reference, f.rowStarted = false;
           break;
         case Frame::Reference:
