@@ -7,8 +7,17 @@
 #include <cstring>
 
 namespace q9::lua {
+namespace {
+const char* folderForTesting = nullptr;
+}  // namespace
+
+void setModuleFolderForTesting(const char* folder) { folderForTesting = folder; }
 
 void pushModuleFolder(lua_State* L) {
+  if (folderForTesting) {
+    lua_pushstring(L, folderForTesting);
+    return;
+  }
   Dl_info info{};
   const char* name = "";
   // The address of this very function lies in the library's own file.

@@ -10,4 +10,8 @@ namespace q9::lua {
 // no separator at all is pushed whole.
 void pushModuleFolder(lua_State* L);
 
+// Tests of the filter host point it at a folder of their own scripts; null
+// returns to the library's folder. Not for concurrent use.
+void setModuleFolderForTesting(const char* folder);
+
 }  // namespace q9::lua

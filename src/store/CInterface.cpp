@@ -6,14 +6,12 @@ namespace q9 {
 namespace {
 
 #define Q9_TABLE_ROW(name) reinterpret_cast<Q9DbFunction>(&name),
-#define Q9_TABLE_ROW_PENDING(name) nullptr,
 
 const Q9DbFunction kCInterface[] = {
 #include "store/CInterfaceRows.def"
 };
 
 #undef Q9_TABLE_ROW
-#undef Q9_TABLE_ROW_PENDING
 
 static_assert(sizeof kCInterface / sizeof kCInterface[0] == Q9DB_C_INTERFACE_ROWS,
               "the table has a fixed number of rows");
