@@ -1,0 +1,368 @@
+-- The LDF filter from scripts: a file with every section imported through
+-- doimport, frames decoded and compared with values worked out here from
+-- the file's own numbers; the cluster, ECUs and schedule tables as a client
+-- walks them; reports; several imports into one database; refused files.
+local T = require "testing"
+local Q9Db = T.Q9Db
+local data = (os.getenv("Q9DB_SOURCE_DIR") or "../..") .. "/tests/filters/data/"
+local climate = data .. "climate_panel.ldf"
+
+local function importInto(db, node, path, options)
+  local reports = {}
+  local status = Q9Db.doimport(db, node, path, options or "", function(first, second, text)
+    reports[#reports + 1] = {first = first, second = second, text = text}
+    return 0
+  end)
+  return status, reports
+end
+
+local function freshImport(path, options)
+  local db = assert(Q9Db.createDb("ldf"))
+  local status, reports = importInto(db, nil, path, options)
+  T.same(status, nil, "doimport result")
+  return db, reports
+end
+
+local function writeTemp(content)
+  local path = os.tmpname()
+  local f = assert(io.open(path, "wb"))
+  f:write(content)
+  f:close()
+  return path
+end
+
+local function count(iterator)
+  local n = 0
+  for _ in iterator do n = n + 1 end
+  return n
+end
+
+-- A payload of `length` bytes with each {bit offset, size, raw} field put in
+-- little-endian, as the LIN bus sends it.
+local function pack(length, fields)
+  local bytes = {}
+  for i = 1, length do bytes[i] = 0 end
+  for _, f in ipairs(fields) do
+    for bit = 0, f[2] - 1 do
+      if (f[3] >> bit) & 1 == 1 then
+        local at = f[1] + bit
+        bytes[at // 8 + 1] = bytes[at // 8 + 1] | (1 << (at % 8))
+      end
+    end
+  end
+  return string.char(table.unpack(bytes))
+end
+
+-- Physical value and text of every decoded signal, keyed by short name.
+local function decode(db, channel, id, payload)
+  local seen = {}
+  for signal, kind, value in channel:decodeMessage(id, 0, payload) do
+    if kind == Q9Db.Q9_ASCIISIGNAL then
+      seen[signal.shortname] = {value = value}
+    else
+      local physical, slot, status = db.internalToPhysical(signal, value)
+      T.truthy(status == 0, signal.shortname .. " converts with a computation, status " .. tostring(status))
+      seen[signal.shortname] = {value = type(physical) == "number" and physical or tostring(physical),
+                                text = slot and db:stringLookup(slot, 0, 0)}
+    end
+  end
+  return seen
+end
+
+local db, reports = freshImport(climate)
+local channel = assert(db:findByElementId("ClimateLin/channel"))
+
+-- Protected identifiers from the LIN identifier table.
+local PID = {[0x20] = 0x20, [0x21] = 0x61}
+
+-- raw values per frame; `expect` gives physical value (a float, or the
+-- decimal text of an integer value) and text, from the encodings' numbers.
+local frameCases = {
+  {name = "PanelCmd logical texts and reordered physical ranges", id = 0x10, length = 2,
+   fields = {{0, 2, 2}, {2, 4, 5}, {8, 8, 5}},
+   expect = {Mode = {"2", "manual"}, BlowerSpeed = {5 * 100.0 + 0}, Flap = {5 * 10.0 + 0}}},
+  {name = "PanelCmd logical ends of a physical encoding, second physical range", id = 0x10, length = 2,
+   fields = {{0, 2, 0}, {2, 4, 15}, {8, 8, 20}},
+   expect = {Mode = {"0", "off"}, BlowerSpeed = {"15", "fault"}, Flap = {tostring(20 + 100)}}},
+  {name = "SensorData scaled temperature and integer humidity", id = 0x20, length = 4,
+   fields = {{8, 10, 653}, {18, 7, 45}, {25, 1, 1}},
+   expect = {Temp = {653 * 0.1 + -40}, Humidity = {"45"}, SensorError = {"1"}}},
+  {name = "SensorData fault values", id = 0x20, length = 4,
+   fields = {{8, 10, 1023}, {18, 7, 127}},
+   expect = {Temp = {"1023", "sensor fault"}, Humidity = {"127", "not available"}, SensorError = {"0"}}},
+  {name = "BlowerStatus packed BCD", id = 0x21, length = 4,
+   fields = {{8, 1, 1}, {16, 16, 0x1234}},
+   expect = {BlowerError = {"1"}, Code = {"1234"}}},
+  {name = "PanelInfo byte array and ASCII text", id = 0x30, length = 8,
+   fields = {{0, 32, 0x04030201}, {32, 24, 0x434241}, {56, 1, 1}},
+   expect = {Serial = {tostring(1 + 2 * 256 + 3 * 65536 + 4 * 16777216)}, Label = {"ABC"}, PanelError = {"1"}}},
+  {name = "Overhang keeps the signals that fit", id = 0x11, length = 1,
+   fields = {{0, 2, 1}},
+   expect = {Mode = {"1", "auto"}}},
+  {name = "event-triggered frame answered by SensorData", id = 0x3A, length = 4,
+   fields = {{0, 8, PID[0x20]}, {8, 10, 100}, {18, 7, 3}},
+   expect = {Temp = {100 * 0.1 + -40}, Humidity = {"3"}, SensorError = {"0"}}},
+  {name = "event-triggered frame answered by BlowerStatus", id = 0x3A, length = 4,
+   fields = {{0, 8, PID[0x21]}, {16, 16, 0x0099}},
+   expect = {BlowerError = {"0"}, Code = {"99"}}},
+  {name = "event-triggered frame with an unknown first byte", id = 0x3A, length = 4,
+   fields = {{0, 8, 0x01}}, expect = {}},
+  {name = "diagnostic master request", id = 0x3C, length = 8,
+   fields = {{0, 8, 0x7F}, {8, 8, 0x06}},
+   expect = {MasterReqB0 = {"127"}, MasterReqB1 = {"6"}}},
+}
+
+for _, case in ipairs(frameCases) do
+  T.case(case.name, function()
+    local seen = decode(db, channel, case.id, pack(case.length, case.fields))
+    for name, want in pairs(case.expect) do
+      local got = seen[name]
+      T.truthy(got, name .. " is decoded")
+      T.same(got.value, want[1], name .. " value")
+      T.same(got.text, want[2], name .. " text")
+      seen[name] = nil
+    end
+    T.same(next(seen), nil, "signals decoded beyond the expected ones")
+  end)
+end
+
+T.case("frames carry their identifiers, lengths, checksum models and publishers", function()
+  local ENH = Q9Db.Q9_FLAG_LIN_ENH_CHECKSUM
+  -- Sensor is a LIN 1.3 slave: its frame, and the event-triggered frame
+  -- that can carry it, use the classic checksum; so do diagnostic frames.
+  local want = {
+    PanelCmd = {0x10, 2, ENH, "CCU"}, SensorData = {0x20, 4, 0, "Sensor"},
+    BlowerStatus = {0x21, 4, ENH, "Blower"}, PanelInfo = {0x30, 8, ENH, "Panel"},
+    Faults = {0x3A, 4, 0, nil}, MasterReq = {0x3C, 8, 0, "CCU"}, SlaveResp = {0x3D, 8, 0, nil},
+  }
+  local seen = 0
+  for triggering in channel.frameTriggerings do
+    local w = want[triggering.shortname]
+    if w then
+      seen = seen + 1
+      T.same(triggering.identifier, w[1] + 0.0, triggering.shortname .. " identifier")
+      T.same(triggering.frame.length, w[2] + 0.0, triggering.shortname .. " length")
+      T.same(triggering.flags, w[3] + 0.0, triggering.shortname .. " flags")
+      T.same(triggering.sourceEcu and triggering.sourceEcu.shortname, w[4], triggering.shortname .. " publisher")
+    end
+  end
+  T.same(seen, 7)
+end)
+
+T.case("signals keep sizes, defaults from initial values, units and limits", function()
+  local function signal(name) return assert(db:findByElementId("ClimateLin/signal/" .. name)) end
+  local cases = {
+    {"Mode", 2, 1.0}, {"BlowerSpeed", 4, 3 * 100.0 + 0}, {"Temp", 10, 400 * 0.1 + -40},
+    {"Humidity", 7, 127.0}, {"Serial", 32, 0x04030201 + 0.0}, {"SensorError", 1, 0.0},
+    {"MasterReqB0", 8, 0.0},
+  }
+  for _, c in ipairs(cases) do
+    local s = signal(c[1])
+    T.same(s.shortname, c[1])
+    T.same(s.coding.bitlen, c[2] + 0.0, c[1] .. " size")
+    T.same(s.defaultValue, c[3], c[1] .. " default")
+  end
+  local temp = signal("Temp")
+  T.same(db:stringLookup(temp.coding.unit.displayName, 0, 0), "°C")
+  T.same(temp.minValue, 0 * 0.1 + -40)
+  T.same(temp.maxValue, 1000 * 0.1 + -40)
+  T.same(db.checkValueInMinMax(temp, 70), Q9Db.Q9_VALUEABOVERANGE | 0)
+  for instance in temp.signalInstances do
+    T.same(instance.byteOrder, Q9Db.Q9_BYTEORDER_LITTLEENDIAN)
+  end
+end)
+
+T.case("the cluster holds the channel and groups a client walks", function()
+  local cluster = assert(db:findByElementId("ClimateLin/cluster"))
+  T.same(cluster.clusterType, Q9Db.Q9_CLUSTERTYPE_LIN)
+  T.same(cluster.shortname, "ClimateLin")
+  T.same(channel:getParam(), 19200)
+  local names = {}
+  for child in cluster.children do names[#names + 1] = child.shortname end
+  T.same(table.concat(names, " "), "ClimateLin Sporadic_frames Schedule_tables Signal_groups")
+  local ecus = {}
+  for ecu in db:enumECUs() do ecus[ecu.shortname] = ecu:getParam() end
+  T.same(ecus.CCU, 0); T.same(ecus.Panel, 0x11); T.same(ecus.Blower, 0x12); T.same(ecus.Sensor, 0x13)
+end)
+
+-- A schedule table as its slots: short name, delay in microseconds, and
+-- what the slot refers to.
+local function slots(tableName)
+  local group = assert(db:findByElementId("ClimateLin/schedule/" .. tableName))
+  local out = {}
+  for slot in group.children do
+    local target = slot.reference
+    out[#out + 1] = string.format("%s %d %s", slot.shortname, slot:getParam(), target and target.eid or "-")
+  end
+  return table.concat(out, "\n"), group
+end
+
+T.case("schedule tables list their slots in order with delays and targets", function()
+  local normal, group = slots("Normal")
+  T.same(normal, table.concat({
+    "PanelCmd 10000 ClimateLin/frame/PanelCmd", "SensorData 10000 ClimateLin/frame/SensorData",
+    "BlowerStatus 10000 ClimateLin/frame/BlowerStatus", "PanelInfo 15000 ClimateLin/frame/PanelInfo",
+    "Faults 10000 ClimateLin/frame/Faults", "PanelUpdate 5000 ClimateLin/frame/PanelUpdate"}, "\n"))
+  T.same(group:getParam(), 60000, "cycle of the table")
+  local commands = slots("Commands")
+  T.same(commands, table.concat({
+    "AssignNAD 20000 ClimateLin/ECU/Panel", "ConditionalChangeNAD 20000 -",
+    "DataDump 20000 ClimateLin/ECU/Panel", "SaveConfiguration 20000 ClimateLin/ECU/Panel",
+    "AssignFrameIdRange 20000 ClimateLin/ECU/Panel", "AssignFrameIdRange 20000 ClimateLin/ECU/Blower",
+    "FreeFormat 20000 -", "AssignFrameId 20000 ClimateLin/ECU/Blower",
+    "MasterReq 10000 ClimateLin/frame/MasterReq", "SlaveResp 10000 ClimateLin/frame/SlaveResp",
+    "Ghost 5500 -"}, "\n"))
+  local descriptions = {}
+  for slot in assert(db:findByElementId("ClimateLin/schedule/Commands")).children do
+    descriptions[#descriptions + 1] = slot:getDescription(0, 0)
+  end
+  T.same(descriptions[6], "AssignFrameIdRange { Blower, 1, 0x10, 0x21, 0xFF, 0xFF }")
+  T.same(descriptions[2], "ConditionalChangeNAD { 0x7F, 0x01, 0x03, 0x01, 0xFF, 0x01 }")
+end)
+
+T.case("sporadic frames list their frames by priority; event-triggered ones name their table", function()
+  local sporadic = assert(db:findByElementId("ClimateLin/frame/PanelUpdate"))
+  local frames = {}
+  for ref in sporadic.children do frames[#frames + 1] = ref.reference.shortname end
+  T.same(table.concat(frames, " "), "PanelCmd Overhang")
+  local faults = assert(db:findByElementId("ClimateLin/triggering/Faults"))
+  local refs = T.collect(faults.children)
+  T.same(#refs, 1)
+  T.same(refs[1].reference.eid, "ClimateLin/schedule/FaultTable")
+end)
+
+T.case("what can't be mapped is reported, one report each", function()
+  local expected = {"composite node configurations are not mapped: Compact", "NoSuchCoding",
+                    "signal Huge: a size of 72 bits", "signal Temp at bit 4 with 10 bits sticks out",
+                    "signal Missing is not defined", "frame Ghost is not defined"}
+  local warnings = {}
+  for _, r in ipairs(reports) do
+    if r.first == 1 then warnings[#warnings + 1] = r.text end
+  end
+  T.same(#warnings, #expected, "warnings:\n" .. table.concat(warnings, "\n"))
+  for _, fragment in ipairs(expected) do
+    local found = false
+    for _, text in ipairs(warnings) do found = found or text:find(fragment, 1, true) ~= nil end
+    T.truthy(found, "a report with '" .. fragment .. "'")
+  end
+  T.same(reports[#reports].first, 0)
+  T.truthy(reports[#reports].text:find("under the id prefix ClimateLin", 1, true), reports[#reports].text)
+end)
+
+T.case("several imports into one database keep their ids apart", function()
+  local two = assert(Q9Db.createDb("two"))
+  T.same(importInto(two, nil, climate), nil)
+  local first = assert(two:findByElementId("ClimateLin/cluster"))
+  local frames = count(two:enumFrames())
+  -- The second file goes into the first cluster as a channel of its own.
+  T.same(importInto(two, first, climate), nil)
+  T.same(importInto(two, nil, climate, "prefix=Rear;language=0"), nil)
+  T.same(count(two:enumFrames()), 3 * frames)
+  T.same(count(first.children), 8)
+  local second = assert(two:findByElementId("ClimateLin#2/channel"))
+  T.same(second.group.eid, "ClimateLin/cluster")
+  T.truthy(two:findByElementId("Rear/cluster"), "the prefix option names the cluster")
+  local seen = decode(two, second, 0x20, pack(4, {{8, 10, 653}}))
+  T.same(seen.Temp.value, 653 * 0.1 + -40)
+  -- Into an existing channel: its identifiers are taken, which is reported.
+  local _, into = importInto(two, second, climate)
+  local clashes = 0
+  for _, r in ipairs(into) do
+    if r.text:find("is already used", 1, true) then clashes = clashes + 1 end
+  end
+  T.same(clashes, 8)
+end)
+
+T.case("unknown options are reported and ignored", function()
+  local _, got = freshImport(climate, "colour=blue")
+  T.truthy(got[1].text:find("colour=blue", 1, true), got[1].text)
+end)
+
+T.case("a node argument of another class is refused before anything is made", function()
+  local other = assert(Q9Db.createDb("other"))
+  local frame = assert(other:createFrame("f", 8))
+  local before = count(other:enumIdentElements())
+  T.raises("must be a Cluster or a Channel", Q9Db.doimport, other, frame, climate, "")
+  T.same(count(other:enumIdentElements()), before)
+end)
+
+local function readFile(path)
+  local f = assert(io.open(path, "rb"))
+  local content = f:read("a")
+  f:close()
+  return content
+end
+
+T.case("a file the reader refuses fails with its message and adds nothing", function()
+  local content = readFile(climate)
+  local groups = content:match("(Signal_groups %b{}\n)")
+  local swapped = content:gsub("Signal_groups %b{}\n", ""):gsub("Schedule_tables {", groups .. "Schedule_tables {", 1)
+  local path = writeTemp(swapped)
+  local target = assert(Q9Db.createDb("keep"))
+  assert(target:createCluster("mine", Q9Db.Q9_CLUSTERTYPE_CAN))
+  local before = count(target:enumIdentElements())
+  local ok, message = pcall(Q9Db.doimport, target, nil, path, "", nil)
+  os.remove(path)
+  T.same(ok, false)
+  T.truthy(message:find("'Schedule_tables' expected but found 'Signal_groups'", 1, true), message)
+  T.truthy(message:find("LDF-Import: (", 1, true), message)
+  T.same(count(target:enumIdentElements()), before)
+end)
+
+local legacy = [[
+LIN_description_file;
+LIN_protocol_version = "1.3";
+LIN_language_version = "1.3";
+LIN_speed = 9.6 kbps;
+Nodes { Master: Gw, 5 ms, 0.1 ms; Slaves: Door; }
+Diagnostic_addresses { Door: 0x0A; }
+Signals { Lock: 1, 0, Gw, Door; Window: 7, 0, Door, Gw; }
+Frames { DoorCmd: 0x05, Gw { Lock, 0; } DoorState: 0x06, Door, 1 { Window, 0; } }
+Schedule_tables { Run { DoorCmd delay 10 ms; DoorState delay 10 ms; } }
+]]
+
+T.case("a LIN 1.3 file: classic checksums, addresses from their own section, id from the file name", function()
+  local path = writeTemp(legacy)
+  local base = path:match("([^/]+)$")
+  local ldb = assert(Q9Db.createDb("legacy"))
+  T.same(importInto(ldb, nil, path), nil)
+  T.same(Q9Db.detectfile(path), "ldf")
+  T.same(Q9Db.getdatabaseid(path), base:gsub("%.[^.]*$", ""))
+  os.remove(path)
+  local ch = assert(ldb:findByElementId(base:gsub("%.[^.]*$", "") .. "/channel"))
+  for triggering in ch.frameTriggerings do T.same(triggering.flags, 0.0) end
+  T.same(ch:getParam(), 9600)
+  for ecu in ldb:enumECUs() do
+    if ecu.shortname == "Door" then T.same(ecu:getParam(), 0x0A) end
+  end
+  local seen = decode(ldb, ch, 0x06, "\x55")
+  T.same(seen.Window.value, "85")
+end)
+
+T.case("detection looks at the content; the database id is the channel name", function()
+  T.same(Q9Db.detectfile(climate), "ldf")
+  T.same(Q9Db.getdatabaseid(climate), "ClimateLin")
+  local commented = writeTemp("// a comment\n/* and a block */ LIN_description_file;\n")
+  local other = writeTemp("LIN_description_files;\n")
+  T.same(Q9Db.detectfile(commented), "ldf")
+  T.same(Q9Db.detectfile(other), nil)
+  os.remove(commented)
+  os.remove(other)
+end)
+
+T.case("the summary reports the file's content and leaves the database alone", function()
+  local target = assert(Q9Db.createDb("info"))
+  local before = count(target:enumIdentElements())
+  local kinds = {}
+  Q9Db.getImportInfo(target, climate, function(first, second, text)
+    T.same(first, 0, text)
+    kinds[second] = (kinds[second] or 0) + 1
+    return 0
+  end)
+  T.same(kinds[1], 4, "ECU lines")
+  T.same(kinds[2], 9, "frame lines")
+  T.same(kinds[3], 15, "signal lines")
+  T.same(count(target:enumIdentElements()), before)
+end)
+
+T.finish()
