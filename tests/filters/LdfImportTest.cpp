@@ -1,6 +1,7 @@
 // LDF files through the filter host, as a C client uses it: import, decode
-// real frames to physical values and texts, walk a schedule table, and the
-// failing paths with their reports.
+// real frames to physical values and texts, walk a schedule table, and a
+// refused file with its report. Detection, database id, summary and several
+// imports into one database are tested from Lua (ldf_filter_test.lua).
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -214,38 +215,6 @@ TEST_F(LdfFilter, WrongSectionOrderFailsWithTheReadersMessageAndKeepsTheDatabase
       << reports.host[0];
   EXPECT_EQ(find("mine"), mine);
   EXPECT_EQ(find("ClimateLin/cluster"), nullptr);
-}
-
-TEST_F(LdfFilter, DetectionDatabaseIdAndInfo) {
-  const std::u16string path = wide(dataFile("climate_panel.ldf"));
-  EXPECT_EQ(Q9Db_importDetect(path.c_str()), S_OK);
-  BSTR id = nullptr;
-  ASSERT_EQ(Q9Db_importGetDbId(path.c_str(), &id), S_OK);
-  EXPECT_EQ(narrow(id), "ClimateLin");
-  SysFreeString(id);
-
-  Reports reports;
-  ASSERT_EQ(Q9Db_importGetInfo(db_, path.c_str(), &reports, &Reports::collect), S_OK);
-  std::map<int32_t, int> lines;
-  for (const auto& r : reports.script) lines[r.second] += r.first == 0;
-  EXPECT_EQ(lines[1], 4);   // ECUs
-  EXPECT_EQ(lines[2], 9);   // frames of all kinds
-  EXPECT_EQ(lines[3], 15);  // signals and diagnostic signals
-  EXPECT_EQ(find("ClimateLin/cluster"), nullptr);
-}
-
-TEST_F(LdfFilter, AnImportIntoAnExistingClusterAddsAChannel) {
-  Reports reports;
-  ASSERT_EQ(import(dataFile("climate_panel.ldf"), reports), S_OK);
-  Q9DbNode* cluster = find("ClimateLin/cluster");
-  ASSERT_NE(cluster, nullptr);
-  ASSERT_EQ(import(dataFile("climate_panel.ldf"), reports, cluster), S_OK);
-  Q9DbNode* second = find("ClimateLin#2/channel");
-  ASSERT_NE(second, nullptr);
-  Q9DbNode* group = nullptr;
-  EXPECT_EQ(Q9Db_getGroup(second, &group), S_OK);
-  EXPECT_EQ(group, cluster);
-  EXPECT_EQ(decode(db_, second, 0x10, {0x16, 0x05}).at("Mode"), (Decoded{"2", "manual"}));
 }
 
 }  // namespace
