@@ -11,7 +11,7 @@ namespace {
 
 const char* const kNodes[] = {"Gateway", "Engine", "Brakes", "Steering", "Body", "Climate", "Infotainment", "Cluster"};
 constexpr unsigned kNodeCount = sizeof kNodes / sizeof kNodes[0];
-const char* const kUnits[] = {"", "km/h", "rpm", "\xB0" "C", "%", "V", "A", "Nm", "bar", "m/s\xB2"};
+const char* const kUnits[] = {"", "km/h", "rpm", "\xB0\x43", "%", "V", "A", "Nm", "bar", "m/s\xB2"};  // \xB0\x43: degrees C
 const char* const kWords[] = {"Status", "Request", "Torque", "Speed", "Temperature", "Pressure", "Position",
                               "Counter", "Checksum", "Mode", "Level", "Current", "Voltage", "Angle"};
 

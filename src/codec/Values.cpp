@@ -180,6 +180,12 @@ uint64_t bcdDecoded(HRESULT (*decode)(Out*, const uint64_t*, uint32_t), uint64_t
 HRESULT decodeRaw(const Coding& coding, uint64_t raw, Q9DbPhysicalValue& v) {
   const int32_t length = coding.bitlen;
   const bool signedFlag = coding.encoding & Q9_ENCODING_SIGNED;
+  // Most signals are plain unsigned: they need none of the sign work below.
+  if ((coding.encoding & Q9_ENCODING_TYPEMASK) == Q9_ENCODING_DIRECT && !signedFlag) {
+    v.valueType = Q9_VALUETYPE_UINT64;
+    v.value.u = cut(raw, length);
+    return S_OK;
+  }
   const bool negative = (raw >> signBit(length)) & 1;
   const uint64_t upperOnes = length > 0 && length < 64 ? ~lowBits(unsigned(length)) : 0;
   switch (coding.encoding & Q9_ENCODING_TYPEMASK) {
