@@ -7,6 +7,7 @@ packages=(
   libxml2-dev libxslt1-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   valgrind graphviz
+  libcli11-dev
 )
 missing=()
 for p in "${packages[@]}"; do

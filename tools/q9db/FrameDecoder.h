@@ -1,0 +1,48 @@
+// Decodes frames of a capture on the CAN channels of a database and hands
+// the results to a FrameWriter. Names, units and value texts are converted
+// once per node and kept, so a frame costs no allocation.
+#ifndef Q9DB_TOOL_FRAMEDECODER_H
+#define Q9DB_TOOL_FRAMEDECODER_H
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "FrameLine.h"
+#include "FrameWriter.h"
+#include "Q9Db.h"
+
+namespace q9tool {
+
+class FrameDecoder {
+ public:
+  FrameDecoder(Q9DbNode* db, std::vector<Q9DbNode*> channels, FrameWriter& writer, bool showUnknown);
+
+  // False when no frame of the database matched.
+  bool decode(const CanFrame& frame);
+
+ private:
+  struct SignalInfo {
+    std::string name;
+    std::string unit;
+  };
+  const std::string& nameOf(Q9DbNode* node);
+  const SignalInfo& signalInfo(Q9DbNode* signal);
+  const std::string& textOf(Q9DbStringSlot* slot);
+  void writeSignal(HRESULT kind, const Q9DbDecodedSignal& decoded);
+
+  Q9DbNode* db_;
+  std::vector<Q9DbNode*> channels_;
+  FrameWriter& writer_;
+  bool showUnknown_;
+  std::unique_ptr<Q9DbDecodeEnum> walk_;  // the walk in our own memory: nothing allocated per frame
+  char textBuffer_[256];
+  std::unordered_map<Q9DbNode*, std::string> names_;
+  std::unordered_map<Q9DbNode*, SignalInfo> signals_;
+  std::unordered_map<Q9DbStringSlot*, std::string> texts_;
+};
+
+}  // namespace q9tool
+
+#endif

@@ -1,0 +1,233 @@
+#include "FrameWriter.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+
+namespace q9tool {
+namespace {
+
+const char kHexDigits[] = "0123456789ABCDEF";
+
+}  // namespace
+
+std::string_view formatPhysical(const Q9DbPhysicalValue& value, char (&buffer)[40], bool& isFinite) {
+  isFinite = true;
+  std::to_chars_result end{buffer, std::errc()};
+  switch (value.valueType) {
+    case Q9_VALUETYPE_UINT64:
+      end = std::to_chars(buffer, buffer + sizeof buffer, value.value.u);
+      break;
+    case Q9_VALUETYPE_INT64:
+      end = std::to_chars(buffer, buffer + sizeof buffer, value.value.i);
+      break;
+    case Q9_VALUETYPE_DOUBLE: {
+      double d = value.value.d;
+      isFinite = std::isfinite(d);
+      if (!isFinite) return std::isnan(d) ? "nan" : d > 0 ? "inf" : "-inf";
+      int n = std::snprintf(buffer, sizeof buffer, "%.15g", d == 0.0 ? 0.0 : d);  // no "-0"
+      return std::string_view(buffer, n > 0 ? static_cast<size_t>(n) : 0);
+    }
+    default:
+      isFinite = false;
+      return "?";
+  }
+  return std::string_view(buffer, static_cast<size_t>(end.ptr - buffer));
+}
+
+void FrameWriter::begin() {
+  if (format_ == Format::Csv) out_.write("timestamp,interface,identifier,frame,signal,value,unit,text\n");
+}
+
+void FrameWriter::writeIdentifier(const CanFrame& frame) {
+  char digits[8];
+  int count = (frame.flags & Q9_FLAG_CANEXTENDED) ? 8 : 3;
+  uint32_t id = frame.identifier;
+  for (int i = count - 1; i >= 0; --i, id >>= 4) digits[i] = kHexDigits[id & 0xF];
+  out_.write(std::string_view(digits, static_cast<size_t>(count)));
+}
+
+void FrameWriter::writeHexBytes(const CanFrame& frame, char separator) {
+  for (unsigned i = 0; i < frame.length; ++i) {
+    if (i > 0 && separator) out_.write(separator);
+    char pair[2] = {kHexDigits[frame.data[i] >> 4], kHexDigits[frame.data[i] & 0xF]};
+    out_.write(std::string_view(pair, 2));
+  }
+}
+
+void FrameWriter::writeJsonString(std::string_view text) {
+  out_.write('"');
+  size_t plain = 0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    auto c = static_cast<unsigned char>(text[i]);
+    if (c >= 0x20 && c != '"' && c != '\\') continue;
+    out_.write(text.substr(plain, i - plain));
+    plain = i + 1;
+    if (c == '"' || c == '\\') {
+      char escaped[2] = {'\\', static_cast<char>(c)};
+      out_.write(std::string_view(escaped, 2));
+    } else {
+      char escaped[6] = {'\\', 'u', '0', '0', kHexDigits[c >> 4], kHexDigits[c & 0xF]};
+      out_.write(std::string_view(escaped, 6));
+    }
+  }
+  out_.write(text.substr(plain));
+  out_.write('"');
+}
+
+void FrameWriter::writeCsvField(std::string_view text) {
+  if (text.find_first_of(",\"\r\n") == std::string_view::npos) {
+    out_.write(text);
+    return;
+  }
+  out_.write('"');
+  for (char c : text) {
+    if (c == '"') out_.write('"');
+    out_.write(c);
+  }
+  out_.write('"');
+}
+
+void FrameWriter::writeJsonFrameHead(const CanFrame& frame) {
+  out_.write("{\"timestamp\":");
+  if (frame.timestamp.empty()) out_.write("null");
+  else out_.write(frame.timestamp);  // digits with one dot at most: a JSON number
+  out_.write(",\"interface\":");
+  writeJsonString(frame.interface);
+  out_.write(",\"identifier\":\"");
+  writeIdentifier(frame);
+  out_.write("\",\"extended\":");
+  out_.write((frame.flags & Q9_FLAG_CANEXTENDED) ? "true" : "false");
+  out_.write(",\"fd\":");
+  out_.write((frame.flags & Q9_FLAG_CANFD_FRAME) ? "true" : "false");
+}
+
+void FrameWriter::beginFrame(const CanFrame& frame, std::string_view frameName) {
+  frame_ = &frame;
+  frameName_ = frameName;
+  firstSignal_ = true;
+  switch (format_) {
+    case Format::Text:
+      if (!frame.timestamp.empty()) {
+        out_.write(frame.timestamp);
+        out_.write(' ');
+      }
+      out_.write(frame.interface);
+      out_.write(' ');
+      writeIdentifier(frame);
+      out_.write(' ');
+      out_.write(frameName);
+      out_.write('\n');
+      break;
+    case Format::Json:
+      writeJsonFrameHead(frame);
+      out_.write(",\"frame\":");
+      writeJsonString(frameName);
+      out_.write(",\"signals\":[");
+      break;
+    case Format::Csv:
+      break;  // each row repeats the frame
+  }
+}
+
+void FrameWriter::signal(const SignalValue& v) {
+  switch (format_) {
+    case Format::Text:
+      out_.write("  ");
+      out_.write(v.name);
+      out_.write(" = ");
+      if (!v.isNumber) out_.write('"');
+      out_.write(v.value);
+      if (!v.isNumber) out_.write('"');
+      if (!v.unit.empty()) {
+        out_.write(' ');
+        out_.write(v.unit);
+      }
+      if (!v.text.empty()) {
+        out_.write(" (");
+        out_.write(v.text);
+        out_.write(')');
+      }
+      out_.write('\n');
+      break;
+    case Format::Csv:
+      out_.write(frame_->timestamp);
+      out_.write(',');
+      writeCsvField(frame_->interface);
+      out_.write(',');
+      writeIdentifier(*frame_);
+      out_.write(',');
+      writeCsvField(frameName_);
+      out_.write(',');
+      writeCsvField(v.name);
+      out_.write(',');
+      writeCsvField(v.value);
+      out_.write(',');
+      writeCsvField(v.unit);
+      out_.write(',');
+      writeCsvField(v.text);
+      out_.write('\n');
+      break;
+    case Format::Json:
+      if (!firstSignal_) out_.write(',');
+      out_.write("{\"name\":");
+      writeJsonString(v.name);
+      out_.write(",\"value\":");
+      if (v.isNumber) out_.write(v.value);
+      else writeJsonString(v.value);
+      if (!v.unit.empty()) {
+        out_.write(",\"unit\":");
+        writeJsonString(v.unit);
+      }
+      if (!v.text.empty()) {
+        out_.write(",\"text\":");
+        writeJsonString(v.text);
+      }
+      out_.write('}');
+      break;
+  }
+  firstSignal_ = false;
+}
+
+void FrameWriter::endFrame() {
+  if (format_ == Format::Json) out_.write("]}\n");
+  frame_ = nullptr;
+}
+
+void FrameWriter::unknownFrame(const CanFrame& frame) {
+  switch (format_) {
+    case Format::Text:
+      if (!frame.timestamp.empty()) {
+        out_.write(frame.timestamp);
+        out_.write(' ');
+      }
+      out_.write(frame.interface);
+      out_.write(' ');
+      writeIdentifier(frame);
+      out_.write(" (unknown) [");
+      char length[4];
+      out_.write(std::string_view(length, static_cast<size_t>(std::to_chars(length, length + 4, frame.length).ptr - length)));
+      out_.write("] ");
+      writeHexBytes(frame, ' ');
+      out_.write('\n');
+      break;
+    case Format::Csv:
+      out_.write(frame.timestamp);
+      out_.write(',');
+      writeCsvField(frame.interface);
+      out_.write(',');
+      writeIdentifier(frame);
+      out_.write(",,,");
+      writeHexBytes(frame, 0);
+      out_.write(",,\n");
+      break;
+    case Format::Json:
+      writeJsonFrameHead(frame);
+      out_.write(",\"frame\":null,\"data\":\"");
+      writeHexBytes(frame, 0);
+      out_.write("\"}\n");
+      break;
+  }
+}
+
+}  // namespace q9tool

@@ -1,0 +1,57 @@
+// Decoded frames as text for people, CSV for spreadsheets, or JSON lines
+// for programs (one object per frame).
+#ifndef Q9DB_TOOL_FRAMEWRITER_H
+#define Q9DB_TOOL_FRAMEWRITER_H
+
+#include <string_view>
+
+#include "FrameLine.h"
+#include "Io.h"
+#include "Q9Db.h"
+
+namespace q9tool {
+
+enum class Format { Text, Csv, Json };
+
+struct SignalValue {
+  std::string_view name;
+  std::string_view value;  // a number, or the text of an ASCII signal
+  bool isNumber;           // false: value is text (JSON quotes it)
+  std::string_view unit;
+  std::string_view text;   // the value's text from the signal's computations
+};
+
+// A physical value as a decimal number written into buffer: integers
+// exactly, doubles to 15 significant digits (what a double holds for sure),
+// so 25.299999999999997 reads 25.3. A non-finite double gives "nan", "inf"
+// or "-inf"; isFinite tells JSON to write null instead.
+std::string_view formatPhysical(const Q9DbPhysicalValue& value, char (&buffer)[40], bool& isFinite);
+
+class FrameWriter {
+ public:
+  FrameWriter(Output& out, Format format) : out_(out), format_(format) {}
+
+  void begin();  // the CSV header
+  void beginFrame(const CanFrame& frame, std::string_view frameName);
+  void signal(const SignalValue& value);
+  void endFrame();
+  // A frame no triggering matched, with its bytes.
+  void unknownFrame(const CanFrame& frame);
+
+ private:
+  void writeIdentifier(const CanFrame& frame);
+  void writeJsonString(std::string_view text);
+  void writeCsvField(std::string_view text);
+  void writeJsonFrameHead(const CanFrame& frame);
+  void writeHexBytes(const CanFrame& frame, char separator);
+
+  Output& out_;
+  Format format_;
+  const CanFrame* frame_ = nullptr;
+  std::string_view frameName_;
+  bool firstSignal_ = true;
+};
+
+}  // namespace q9tool
+
+#endif

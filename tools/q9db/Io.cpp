@@ -1,0 +1,65 @@
+#include "Io.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace q9tool {
+
+bool Output::flush() {
+  size_t done = 0;
+  while (good_ && done < buffer_.size()) {
+    ssize_t n = ::write(fd_, buffer_.data() + done, buffer_.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) good_ = false;
+    else done += static_cast<size_t>(n);
+  }
+  buffer_.clear();
+  return good_;
+}
+
+bool LineReader::fill() {
+  if (begin_ > 0) {
+    std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
+    end_ -= begin_;
+    begin_ = 0;
+  }
+  if (end_ == buffer_.size()) buffer_.resize(buffer_.size() * 2);  // a line longer than the buffer
+  if (output_) output_->flush();
+  for (;;) {
+    ssize_t n = ::read(fd_, buffer_.data() + end_, buffer_.size() - end_);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) failed_ = true;
+    if (n <= 0) return false;
+    end_ += static_cast<size_t>(n);
+    bytesRead_ += static_cast<unsigned long long>(n);
+    return true;
+  }
+}
+
+bool LineReader::next(std::string_view& line) {
+  size_t scannedPast = 0;  // bytes of the pending line known to hold no newline
+  for (;;) {
+    const char* from = buffer_.data() + begin_ + scannedPast;
+    const void* newline = std::memchr(from, '\n', end_ - begin_ - scannedPast);
+    if (newline) {
+      size_t stop = static_cast<size_t>(static_cast<const char*>(newline) - buffer_.data());
+      line = std::string_view(buffer_.data() + begin_, stop - begin_);
+      begin_ = stop + 1;
+      ++lineNumber_;
+      return true;
+    }
+    scannedPast = end_ - begin_;
+    if (atEnd_ || !fill()) {
+      atEnd_ = true;
+      if (begin_ == end_) return false;
+      line = std::string_view(buffer_.data() + begin_, end_ - begin_);  // the last line has no end
+      begin_ = end_;
+      ++lineNumber_;
+      return true;
+    }
+  }
+}
+
+}  // namespace q9tool

@@ -1,0 +1,63 @@
+// Buffered reading of lines and writing of text on file descriptors, so
+// that a long capture costs a system call per 64 KiB, not per frame.
+#ifndef Q9DB_TOOL_IO_H
+#define Q9DB_TOOL_IO_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace q9tool {
+
+class Output {
+ public:
+  explicit Output(int fd) : fd_(fd) { buffer_.reserve(kCapacity); }
+  ~Output() { flush(); }
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+
+  void write(std::string_view text) {
+    buffer_.append(text);
+    if (buffer_.size() >= kCapacity) flush();
+  }
+  void write(char c) { buffer_ += c; }
+  // False once a write has failed (a closed pipe, a full disk).
+  bool flush();
+  bool good() const { return good_; }
+
+ private:
+  static constexpr size_t kCapacity = 1 << 16;
+  int fd_;
+  bool good_ = true;
+  std::string buffer_;
+};
+
+class LineReader {
+ public:
+  // Before each read that may block, the output is flushed: a live capture
+  // piped in shows its frames as they come.
+  LineReader(int fd, Output* flushBeforeWaiting) : fd_(fd), output_(flushBeforeWaiting), buffer_(1 << 16) {}
+
+  // The next line without its end, valid until the next call; false at the
+  // end of the input or on a read error (see failed).
+  bool next(std::string_view& line);
+  bool failed() const { return failed_; }
+  unsigned long long lineNumber() const { return lineNumber_; }
+  unsigned long long bytesRead() const { return bytesRead_; }
+
+ private:
+  bool fill();
+  int fd_;
+  Output* output_;
+  std::vector<char> buffer_;
+  size_t begin_ = 0;
+  size_t end_ = 0;
+  bool atEnd_ = false;
+  bool failed_ = false;
+  unsigned long long lineNumber_ = 0;
+  unsigned long long bytesRead_ = 0;
+};
+
+}  // namespace q9tool
+
+#endif

@@ -1,0 +1,40 @@
+// q9db: the command-line face of the library for daily work in a shell.
+#include <CLI/CLI.hpp>
+
+#include <csignal>
+#include <map>
+
+#include "Commands.h"
+
+using namespace q9tool;
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);  // a closed pipe shows as a failed write, and decoding stops
+  CLI::App app{"q9db: inspect vehicle bus descriptions (DBC, LDF) and decode, simulate and convert with them."};
+  app.require_subcommand(1);
+  app.set_help_all_flag("--help-all", "Print help for every command");
+
+  DecodeOptions decode;
+  CLI::App* decodeCommand = app.add_subcommand(
+      "decode",
+      "Decode CAN frames in the text forms of the Linux CAN tools, from LOG or standard input.\n"
+      "Log form:  (1436509052.249713) can0 123#DEADBEEF   (also 12345678#.., 123##1.. for CAN FD)\n"
+      "Live form:   can0  123   [4]  DE AD BE EF\n"
+      "Example: candump -L can0 | q9db decode car.dbc");
+  decodeCommand->add_option("FILE", decode.files, "Description files to import (DBC, LDF)")->required()->check(CLI::ExistingFile);
+  decodeCommand->add_option("--log,-l", decode.log, "Capture to read; '-' or none: standard input");
+  std::map<std::string, Format> formats{{"text", Format::Text}, {"csv", Format::Csv}, {"json", Format::Json}};
+  decodeCommand->add_option("--format,-f", decode.format, "Output: text, csv, or json (one object per frame)")
+      ->transform(CLI::CheckedTransformer(formats, CLI::ignore_case));
+  decodeCommand->add_flag("--show-unknown,-u", decode.showUnknown, "Print frames of unknown identifier raw");
+
+  int status = kExitOk;
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    int printed = app.exit(e);
+    return printed == 0 ? kExitOk : kExitUsageError;  // help is no error
+  }
+  if (*decodeCommand) status = runDecode(decode);
+  return status;
+}
