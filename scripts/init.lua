@@ -49,6 +49,9 @@ local E_FAIL = -2147467259
 
 -- Unknown files end as E_FAIL with a message naming the file.
 local function requireFormat(path)
+  local file, reason = io.open(path, "rb")
+  if not file then error(reason, 0) end  -- names the file and why it can't be read
+  file:close()
   local format = formatOf(path)
   if not format then error(string.format("%s: not a file format this package reads", path), 0) end
   return format
