@@ -78,5 +78,25 @@ if command -v python3 >/dev/null; then
 fi
 expect_in "json signal" '{"name":"EngineSpeed","value":128.25,"unit":"rpm"}' "$out"
 
+# dump, dot, info, convert.
+expect_run "dump" 0 "$q9db" dump "$data/powertrain.dbc"
+expect_in "dump cluster" "Cluster Powertrain (CAN)" "$out"
+expect_in "dump frame" "Frame GearboxStatus  id 0xCF004FE ext  8 bytes  sender Gearbox  cycle 100 ms" "$out"
+expect_in "dump signal" "Torque  bit 27  13 bits  little-endian  signed  scale 0.5 offset -100  unit Nm  range -2148 .. 1947.5  default -100" "$out"
+expect_in "dump value texts" 'values: 0 "Off", 1 "Cranking"' "$out"
+expect_in "dump ECUs" "ECUs: Brakes, Dash, Engine, Gearbox" "$out"
+expect_run "dump of a broken file" 1 "$q9db" dump "$data/broken.dbc"
+expect_in "dump names the file" "broken.dbc" "$err"
+expect_run "dot" 0 "$q9db" dot "$data/powertrain.dbc" -o "$scratch/graph.dot"
+grep -q '^digraph' "$scratch/graph.dot" || fail "dot: no digraph written"
+expect_run "dot into a missing folder" 1 "$q9db" dot "$data/powertrain.dbc" -o "$scratch/no/graph.dot"
+expect_run "info" 0 "$q9db" info "$data/powertrain.dbc"
+expect_in "info id" "database id: Powertrain" "$out"
+expect_in "info summary" "4 ECUs, 6 frames, 17 signals" "$out"
+expect_run "info of an unknown kind of file" 1 "$q9db" info "$scratch/junk.txt"
+expect_run "convert" 0 "$q9db" convert "$data/powertrain.dbc" "$scratch/again.dbc"
+expect_run "converted file decodes alike" 1 "$q9db" decode "$scratch/again.dbc" --log "$scratch/capture.log"
+expect_in "converted decode" "EngineSpeed = 128.25 rpm" "$out"
+
 [ "$failures" -eq 0 ] && echo "all command checks passed"
 exit $((failures > 0))

@@ -28,6 +28,28 @@ int main(int argc, char** argv) {
       ->transform(CLI::CheckedTransformer(formats, CLI::ignore_case));
   decodeCommand->add_flag("--show-unknown,-u", decode.showUnknown, "Print frames of unknown identifier raw");
 
+  std::vector<std::string> dumpFiles;
+  CLI::App* dumpCommand = app.add_subcommand(
+      "dump", "Print clusters, channels, ECUs, frames and their signals of the imported files");
+  dumpCommand->add_option("FILE", dumpFiles, "Description files to import (DBC, LDF)")->required()->check(CLI::ExistingFile);
+
+  std::vector<std::string> dotFiles;
+  std::string dotOutput = "q9db.dot";
+  CLI::App* dotCommand = app.add_subcommand(
+      "dot", "Write the imported database as a Graphviz graph (render with: dot -Tsvg q9db.dot -o q9db.svg)");
+  dotCommand->add_option("FILE", dotFiles, "Description files to import (DBC, LDF)")->required()->check(CLI::ExistingFile);
+  dotCommand->add_option("-o,--output", dotOutput, "Graph file to write")->capture_default_str();
+
+  std::string infoFile;
+  CLI::App* infoCommand = app.add_subcommand(
+      "info", "Tell whether a filter reads the file, the database id it describes, and the import report");
+  infoCommand->add_option("FILE", infoFile, "Description file")->required()->check(CLI::ExistingFile);
+
+  std::string convertInput, convertOutput;
+  CLI::App* convertCommand = app.add_subcommand("convert", "Import IN and export the database as OUT (a .dbc file)");
+  convertCommand->add_option("IN", convertInput, "Description file to import")->required()->check(CLI::ExistingFile);
+  convertCommand->add_option("OUT", convertOutput, "File to write; its extension picks the filter")->required();
+
   int status = kExitOk;
   try {
     app.parse(argc, argv);
@@ -36,5 +58,9 @@ int main(int argc, char** argv) {
     return printed == 0 ? kExitOk : kExitUsageError;  // help is no error
   }
   if (*decodeCommand) status = runDecode(decode);
+  else if (*dumpCommand) status = runDump(dumpFiles);
+  else if (*dotCommand) status = runDot(dotFiles, dotOutput);
+  else if (*infoCommand) status = runInfo(infoFile);
+  else if (*convertCommand) status = runConvert(convertInput, convertOutput);
   return status;
 }
