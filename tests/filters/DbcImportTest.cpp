@@ -14,23 +14,13 @@
 #include <vector>
 
 #include "Q9Db.h"
+#include "filters/FilterTestSupport.h"
 
 namespace {
 
-std::u16string wide(const std::string& text) {
-  return std::u16string(text.begin(), text.end());  // paths and ids here are ASCII
-}
-
-std::string narrow(const char16_t* text) {
-  std::string out;
-  for (; text && *text; ++text) out += *text < 0x80 ? static_cast<char>(*text) : '?';
-  return out;
-}
-
-std::string dataFile(const char* name) {
-  const char* source = std::getenv("Q9DB_SOURCE_DIR");
-  return std::string(source ? source : ".") + "/tests/filters/data/" + name;
-}
+using q9::test::dataFile;
+using q9::test::narrow;
+using q9::test::wide;
 
 std::string g17(double value) {
   char buffer[64];

@@ -102,19 +102,24 @@ void FrameWriter::writeJsonFrameHead(const CanFrame& frame) {
   out_.write((frame.flags & Q9_FLAG_CANFD_FRAME) ? "true" : "false");
 }
 
+// "[timestamp ]interface identifier", the start of a frame's text line.
+void FrameWriter::writeTextHeading(const CanFrame& frame) {
+  if (!frame.timestamp.empty()) {
+    out_.write(frame.timestamp);
+    out_.write(' ');
+  }
+  out_.write(frame.interface);
+  out_.write(' ');
+  writeIdentifier(frame);
+}
+
 void FrameWriter::beginFrame(const CanFrame& frame, std::string_view frameName) {
   frame_ = &frame;
   frameName_ = frameName;
   firstSignal_ = true;
   switch (format_) {
     case Format::Text:
-      if (!frame.timestamp.empty()) {
-        out_.write(frame.timestamp);
-        out_.write(' ');
-      }
-      out_.write(frame.interface);
-      out_.write(' ');
-      writeIdentifier(frame);
+      writeTextHeading(frame);
       out_.write(' ');
       out_.write(frameName);
       out_.write('\n');
@@ -197,13 +202,7 @@ void FrameWriter::endFrame() {
 void FrameWriter::unknownFrame(const CanFrame& frame) {
   switch (format_) {
     case Format::Text:
-      if (!frame.timestamp.empty()) {
-        out_.write(frame.timestamp);
-        out_.write(' ');
-      }
-      out_.write(frame.interface);
-      out_.write(' ');
-      writeIdentifier(frame);
+      writeTextHeading(frame);
       out_.write(" (unknown) [");
       char length[4];
       out_.write(std::string_view(length, static_cast<size_t>(std::to_chars(length, length + 4, frame.length).ptr - length)));

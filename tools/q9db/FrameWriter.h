@@ -40,6 +40,7 @@ class FrameWriter {
 
  private:
   void writeIdentifier(const CanFrame& frame);
+  void writeTextHeading(const CanFrame& frame);
   void writeJsonString(std::string_view text);
   void writeCsvField(std::string_view text);
   void writeJsonFrameHead(const CanFrame& frame);
