@@ -87,6 +87,7 @@ struct Number {
   int64_t i;
   const char* text;
   bool finite;
+  bool single = false;
 };
 
 class Numbers : public ::testing::TestWithParam<Number> {};
@@ -99,7 +100,7 @@ TEST_P(Numbers, AreDecimal) {
   else value.value.i = GetParam().i;
   char buffer[40];
   bool finite = false;
-  EXPECT_EQ(formatPhysical(value, buffer, finite), GetParam().text);
+  EXPECT_EQ(formatPhysical(value, buffer, finite, GetParam().single), GetParam().text);
   EXPECT_EQ(finite, GetParam().finite);
 }
 
@@ -113,7 +114,14 @@ INSTANTIATE_TEST_SUITE_P(
                       Number{Q9_VALUETYPE_DOUBLE, -1.7976931348623157e308, 0, 0, "-1.79769313486232e+308", true},
                       Number{Q9_VALUETYPE_DOUBLE, NAN, 0, 0, "nan", false},
                       Number{Q9_VALUETYPE_DOUBLE, -INFINITY, 0, 0, "-inf", false},
-                      Number{7, 0, 0, 0, "?", false}));
+                      Number{7, 0, 0, 0, "?", false},
+                      // An IEEE single widened: its own shortest form; a
+                      // value a single can't hold was scaled after it.
+                      Number{Q9_VALUETYPE_DOUBLE, double(12.6f), 0, 0, "12.6", true, true},
+                      Number{Q9_VALUETYPE_DOUBLE, double(12.6f), 0, 0, "12.6000003814697", true, false},
+                      Number{Q9_VALUETYPE_DOUBLE, -0.0, 0, 0, "0", true, true},
+                      Number{Q9_VALUETYPE_DOUBLE, 0.1, 0, 0, "0.1", true, true},
+                      Number{Q9_VALUETYPE_DOUBLE, double(3.4e38f), 0, 0, "3.4e+38", true, true}));
 
 TEST(Text, RoundTripsBetweenUtf8AndUtf16) {
   const std::string samples[] = {"", "plain", "°C Größe", "\xE2\x82\xAC", "\xF0\x9F\x9A\x97 car"};

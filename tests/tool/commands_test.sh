@@ -1,17 +1,22 @@
 #!/usr/bin/env bash
-# q9db run as a user runs it: output, messages on standard error, exit codes.
+# q9db run as a user runs it, on the bundled examples: output, messages on
+# standard error, exit codes.
 # Usage: commands_test.sh PATH/TO/q9db SOURCE_DIR
 set -u
 q9db=$1
-data=$2/tests/filters/data
+examples=$2/examples
+dbc=$examples/vehicle.dbc
+ldf=$examples/seats.ldf
+capture=$examples/vehicle.log
+broken=$2/tests/filters/data/broken.dbc
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 failures=0
 
 fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
 
-# expect_run NAME EXPECTED_STATUS COMMAND...: runs, keeps stdout/stderr in $out/$err.
-expect_run() {
+# run NAME EXPECTED_STATUS COMMAND...: runs, keeps stdout/stderr in $out/$err.
+run() {
   local name=$1 expected=$2
   shift 2
   "$@" >"$scratch/out" 2>"$scratch/err"
@@ -19,84 +24,219 @@ expect_run() {
   out=$(cat "$scratch/out")
   err=$(cat "$scratch/err")
   [ "$status" -eq "$expected" ] || fail "$name: status $status, expected $expected; stderr: $err"
+  current=$name
 }
-expect_in() {  # expect_in NAME TEXT HAYSTACK
-  case "$3" in *"$2"*) ;; *) fail "$1: '$2' not found in: $3" ;; esac
+# has out|err TEXT: the last run's stream holds TEXT.
+has() {
+  local text
+  if [ "$1" = out ]; then text=$out; else text=$err; fi
+  case "$text" in *"$2"*) ;; *) fail "$current: '$2' not in std$1: $(head -c 600 <<<"$text")" ;; esac
+}
+lacks() {
+  local text
+  if [ "$1" = out ]; then text=$out; else text=$err; fi
+  case "$text" in *"$2"*) fail "$current: '$2' unexpected in std$1" ;; esac
 }
 
 # Usage errors: status 2; help: status 0.
-expect_run "no command" 2 "$q9db"
-expect_run "unknown command" 2 "$q9db" frobnicate
-expect_run "decode without file" 2 "$q9db" decode
-expect_run "decode of a missing file" 2 "$q9db" decode "$scratch/none.dbc"
-expect_in "missing file named" "none.dbc" "$err"
-expect_run "bad format" 2 "$q9db" decode "$data/powertrain.dbc" --format xml
-expect_run "help" 0 "$q9db" --help
-expect_in "help lists decode" "decode" "$out"
-expect_run "decode help" 0 "$q9db" decode --help
-expect_in "decode help shows the log form" "123#DEADBEEF" "$out"
+while IFS='|' read -r name args; do
+  # shellcheck disable=SC2086  # the table's arguments are words
+  run "usage: $name" 2 "$q9db" $args
+done <<TABLE
+no command|
+unknown command|frobnicate
+decode without file|decode
+missing description file|decode $scratch/none.dbc
+unknown format|decode $dbc --format xml
+simulate without duration|simulate $dbc
+zero duration|simulate $dbc --duration 0
+step of zero|simulate $dbc --duration 1 --step 0
+interface with a blank|simulate $dbc --duration 1 --interface a(b
+start that is no timestamp|simulate $dbc --duration 1 --start 12.5e3
+convert without output|convert $dbc
+TABLE
+run "missing file named" 2 "$q9db" dump "$scratch/none.dbc"
+has err "none.dbc"
+for command in "" decode simulate dump dot info convert; do
+  # shellcheck disable=SC2086
+  run "help of '$command'" 0 "$q9db" $command --help
+  has out "Usage:"
+done
+run "help lists the commands" 0 "$q9db" --help
+for command in decode simulate dump dot info convert; do has out "$command"; done
+run "decode help" 0 "$q9db" decode --help
+has out "123#DEADBEEF"
+run "simulate help" 0 "$q9db" simulate --help
+has out "FRAME.SIGNAL=VALUE"
 
 # Unreadable inputs: status 1 with the file named.
 echo "not a description" >"$scratch/junk.txt"
-expect_run "import of an unknown kind of file" 1 "$q9db" decode "$scratch/junk.txt" --log /dev/null
-expect_in "unknown file named" "junk.txt" "$err"
-expect_run "broken DBC" 1 "$q9db" decode "$data/broken.dbc" --log /dev/null
-expect_in "broken DBC named" "broken.dbc" "$err"
-expect_run "missing log" 1 "$q9db" decode "$data/powertrain.dbc" --log "$scratch/none.log"
-expect_in "missing log named" "none.log: cannot open" "$err"
+while IFS='|' read -r name message args; do
+  # shellcheck disable=SC2086
+  run "input: $name" 1 "$q9db" $args
+  has err "$message"
+done <<TABLE
+unknown kind of file|junk.txt: import failed|decode $scratch/junk.txt --log /dev/null
+broken DBC|broken.dbc: import failed|decode $broken --log /dev/null
+broken DBC dumped|broken.dbc: import failed|dump $broken
+broken DBC simulated|broken.dbc: import failed|simulate $broken --duration 1
+missing capture|none.log: cannot open: No such file or directory|decode $dbc --log $scratch/none.log
+folder as capture|read error after line 0: Is a directory|decode $dbc --log $scratch
+no CAN channel to decode on|no CAN channel in $ldf|decode $ldf --log $capture
+no CAN frame to simulate|no CAN frame to send in $ldf|simulate $ldf --duration 1
+info of an unknown kind of file|junk.txt: no filter reads this kind of file|info $scratch/junk.txt
+dot into a missing folder|cannot write the graph|dot $dbc -o $scratch/no/graph.dot
+TABLE
 
-# Decoding: frames by name with values, units and texts; malformed lines
-# reported with their line number, the rest still decoded.
-cat >"$scratch/capture.log" <<'LOG'
-(1.000000) can0 100#0102030405060708
-(1.000100) can0 123#R
-(1.000200) can0 100#01020304
-this is no frame
-  can0  7FE   [2]  01 02
-(1.000300) can0 100#0102030405060708
-LOG
-expect_run "decode with malformed lines" 1 "$q9db" decode "$data/powertrain.dbc" --log "$scratch/capture.log"
-expect_in "frame name" "1.000000 can0 100 EngineData" "$out"
-expect_in "scaled value with unit" "EngineSpeed = 128.25 rpm" "$out"
-expect_in "value text" "EngineState = 0 (Off)" "$out"
-expect_in "malformed line numbered" "capture.log:4: identifier must have 3 or 8 hex digits: this is no frame" "$err"
-[ "$(grep -c EngineData <<<"$out")" -eq 2 ] || fail "two EngineData frames expected (a short one doesn't match): $out"
-case "$out" in *7FE*) fail "unknown frame shown without --show-unknown" ;; esac
-grep -q ':2:' <<<"$err" && fail "remote frame reported: $err"
+# The bundled capture is what its script makes, so it can be made again.
+sh "$examples/make_capture.sh" "$q9db" "$scratch/again.log" 2>"$scratch/err" ||
+  fail "make_capture.sh: $(cat "$scratch/err")"
+cmp -s "$capture" "$scratch/again.log" ||
+  fail "examples/vehicle.log differs from what make_capture.sh writes now (cmake --build build --target q9db_example_capture)"
 
-expect_run "decode from stdin, unknown shown" 1 "$q9db" decode "$data/powertrain.dbc" --show-unknown <"$scratch/capture.log"
-expect_in "unknown frame raw" "can0 7FE (unknown) [2] 01 02" "$out"
-expect_in "stdin named" "<stdin>:4:" "$err"
-
-grep -v 'no frame' "$scratch/capture.log" >"$scratch/clean.log"
-expect_run "csv" 0 "$q9db" decode "$data/powertrain.dbc" --log "$scratch/clean.log" --format csv
-expect_in "csv header" "timestamp,interface,identifier,frame,signal,value,unit,text" "$out"
-expect_in "csv row" "1.000000,can0,100,EngineData,EngineSpeed,128.25,rpm," "$out"
-expect_run "json" 0 "$q9db" decode "$data/powertrain.dbc" --log "$scratch/clean.log" --format json
+# Decoding the capture: every line a frame, in each format.
+run "decode text" 0 "$q9db" decode "$dbc" "$ldf" --log "$capture"
+has out "1700000000.000000 can0 0C8 EngineStatus"
+has out "  EngineTorque = -12.5 Nm"
+has out "  GearPos = 1 (Reverse)"
+has out "  CurrentGear = -1 (Reverse gear)"
+has out "1700000000.000000 can0 18FEF117 BatteryStatus"
+has out "  BatteryVoltage = 13.8 V"
+has out "1700000000.000000 can0 500 ObjectList"
+has out "  Object1Class = 4 (Pedestrian)"
+has out "  DiagPage = 1 (Windows)"
+frames=$(grep -c '^1700' <<<"$out")
+[ "$frames" -eq "$(wc -l <"$capture")" ] || fail "decode text: $frames frames of $(wc -l <"$capture") lines"
+text=$out
+run "decode csv" 0 "$q9db" decode "$dbc" --log "$capture" --format csv
+has out "timestamp,interface,identifier,frame,signal,value,unit,text"
+has out "1700000000.000000,can0,18FEF117,BatteryStatus,ChargeState,2,,Discharging"
+has out "1700000000.000000,can0,0C8,EngineStatus,EngineSpeed,1150.25,rpm,"
+run "decode json" 0 "$q9db" decode "$dbc" --log "$capture" --format json
+has out '{"timestamp":1700000000.000000,"interface":"can0","identifier":"500","extended":false,"fd":true,"frame":"ObjectList","signals":[{"name":"ObjectCount","value":1},'
+has out '{"name":"Ignition","value":2,"text":"On"}'
 if command -v python3 >/dev/null; then
-  python3 -c 'import json,sys; [json.loads(l) for l in sys.stdin]' <<<"$out" || fail "json lines don't parse: $out"
+  python3 -c 'import json,sys; [json.loads(l) for l in sys.stdin]' <<<"$out" || fail "decode json: lines don't parse"
 fi
-expect_in "json signal" '{"name":"EngineSpeed","value":128.25,"unit":"rpm"}' "$out"
+[ "$(wc -l <<<"$out")" -eq "$(wc -l <"$capture")" ] || fail "decode json: not one line per frame"
+
+# Malformed lines: reported with file and line, skipped; the rest decodes.
+cat >"$scratch/mixed.log" <<'LOG'
+(1.000000) can0 0C8#F91180E70F148200
+(1.000100) can0 0C8#R
+this is no frame
+(1.000200) can0 0C8#F9118
+(1.000300 can0 0C8#00
+(1.000400) can0 800#00
+(1.000500) can0 0C8#00112233445566778899
+(1.000600) can0 7FF#01
+  can0  0C8   [8]  F9 11 80 E7 0F 14 82 00
+LOG
+run "decode with malformed lines" 1 "$q9db" decode "$dbc" --log "$scratch/mixed.log"
+while IFS= read -r message; do has err "$message"; done <<'TABLE'
+mixed.log:3: identifier must have 3 or 8 hex digits: this is no frame
+mixed.log:4: data has an odd number of hex digits
+mixed.log:5: timestamp has no closing ')'
+mixed.log:6: standard identifier is above 7FF
+mixed.log:7: classic CAN data is longer than 8 bytes
+TABLE
+lacks err ":2:"
+lacks out "7FF"
+[ "$(grep -c EngineStatus <<<"$out")" -eq 2 ] || fail "decode with malformed lines: the log and the live form decode: $out"
+has out "1.000000 can0 0C8 EngineStatus"
+run "unknown frames shown, from standard input" 1 "$q9db" decode "$dbc" --show-unknown <"$scratch/mixed.log"
+has out "1.000600 can0 7FF (unknown) [1] 01"
+has err "<stdin>:3:"
+
+# simulate: what --set gives decodes back, value texts, signs, floats and
+# multiplexed parts included.
+settings=()
+expected=()
+while IFS='|' read -r setting decoded; do
+  settings+=(--set "$setting")
+  expected+=("$decoded")
+done <<'TABLE'
+EngineStatus.EngineSpeed=2500.75|EngineSpeed = 2500.75 rpm
+EngineStatus.EngineTorque=-300.5|EngineTorque = -300.5 Nm
+EngineStatus.EngineState=Stalled|EngineState = 3 (Stalled)
+GearboxStatus.GearPos=Sport|GearPos = 4 (Sport)
+GearboxStatus.CurrentGear=Reverse gear|CurrentGear = -1 (Reverse gear)
+GearboxStatus.GearRatio=0.8125|GearRatio = 0.8125
+WheelSpeeds.WheelSpeedRR=123.45|WheelSpeedRR = 123.45 km/h
+BrakeStatus.YawRate=-327.68|YawRate = -327.68 deg/s
+BodyStatus.OutsideTemp=-40|OutsideTemp = -40 degC
+BodyDiag.SeatHeatDriver=High|SeatHeatDriver = 3 (High)
+ClimateRequest.TargetTemp=29.5|TargetTemp = 29.5 degC
+BatteryStatus.BatteryVoltage=11.95|BatteryVoltage = 11.95 V
+ObjectList.LaneCurvature=-0.002|LaneCurvature = -0.002 1/m
+ObjectList.Checksum=0xBEEF|Checksum = 48879
+TABLE
+"$q9db" simulate "$dbc" --duration 0.5 "${settings[@]}" >"$scratch/simulated.log" 2>"$scratch/err" ||
+  fail "simulate with settings: $(cat "$scratch/err")"
+run "simulated capture decodes" 0 "$q9db" decode "$dbc" --log "$scratch/simulated.log"
+for decoded in "${expected[@]}"; do has out "  $decoded"; done
+has out "  DiagPage = 2 (Seats)"
+[ "$(grep -c 'can0 2F0 ClimateRequest' <<<"$out")" -eq 1 ] || fail "a frame without cycle is sent once, when set"
+[ "$(grep -c 'can0 0C8 EngineStatus' <<<"$out")" -eq 50 ] || fail "a 10 ms frame is sent 50 times in 0.5 s"
+
+run "simulate: clock, interface and start" 0 "$q9db" simulate "$dbc" -d 0.05 --step 10 -i vcan1 --start 5.25
+has out "(5.250000) vcan1 0C8#"
+has out "(5.250000) vcan1 18FEF117#"
+has out "(5.250000) vcan1 500##1"
+has out "(5.290000) vcan1 0C8#"
+lacks out "(5.300000)"
+
+while IFS='|' read -r setting message; do
+  run "bad --set $setting" 1 "$q9db" simulate "$dbc" --duration 1 --set "$setting"
+  has err "q9db: --set $setting: $message"
+  [ -z "$out" ] || fail "bad --set $setting: frames written"
+done <<'TABLE'
+Wipers.Speed=1|no CAN frame is named Wipers
+EngineStatus.OilLevel=1|frame EngineStatus has no signal named OilLevel
+EngineStatus.EngineSpeed=16384|16384 is out of the signal's range 0 .. 16383.75
+BodyStatus.OutsideTemp=-40.5|-40.5 is out of the signal's range -40 .. 63.5
+ObjectList.Checksum=65536|65536 is beyond what the signal's bits carry (0 .. 65535)
+GearboxStatus.GearPos=Sideways|'Sideways' is no number and none of the signal's value texts: Park, Reverse, Neutral, Drive, Sport, Manual
+BatteryStatus.BatteryVoltage=high|'high' is no number, and the signal has no value texts
+EngineStatus.EngineSpeed|expected FRAME.SIGNAL=VALUE
+.EngineSpeed=1|the frame name before '.' is missing
+EngineStatus.=1|the signal name between '.' and '=' is missing
+EngineStatus.EngineSpeed=|the value after '=' is missing
+TABLE
 
 # dump, dot, info, convert.
-expect_run "dump" 0 "$q9db" dump "$data/powertrain.dbc"
-expect_in "dump cluster" "Cluster Powertrain (CAN)" "$out"
-expect_in "dump frame" "Frame GearboxStatus  id 0xCF004FE ext  8 bytes  sender Gearbox  cycle 100 ms" "$out"
-expect_in "dump signal" "Torque  bit 27  13 bits  little-endian  signed  scale 0.5 offset -100  unit Nm  range -2148 .. 1947.5  default -100" "$out"
-expect_in "dump value texts" 'values: 0 "Off", 1 "Cranking"' "$out"
-expect_in "dump ECUs" "ECUs: Brakes, Dash, Engine, Gearbox" "$out"
-expect_run "dump of a broken file" 1 "$q9db" dump "$data/broken.dbc"
-expect_in "dump names the file" "broken.dbc" "$err"
-expect_run "dot" 0 "$q9db" dot "$data/powertrain.dbc" -o "$scratch/graph.dot"
-grep -q '^digraph' "$scratch/graph.dot" || fail "dot: no digraph written"
-expect_run "dot into a missing folder" 1 "$q9db" dot "$data/powertrain.dbc" -o "$scratch/no/graph.dot"
-expect_run "info" 0 "$q9db" info "$data/powertrain.dbc"
-expect_in "info id" "database id: Powertrain" "$out"
-expect_in "info summary" "4 ECUs, 6 frames, 17 signals" "$out"
-expect_run "info of an unknown kind of file" 1 "$q9db" info "$scratch/junk.txt"
-expect_run "convert" 0 "$q9db" convert "$data/powertrain.dbc" "$scratch/again.dbc"
-expect_run "converted file decodes alike" 1 "$q9db" decode "$scratch/again.dbc" --log "$scratch/capture.log"
-expect_in "converted decode" "EngineSpeed = 128.25 rpm" "$out"
+run "dump" 0 "$q9db" dump "$dbc" "$ldf"
+while IFS= read -r line; do has out "$line"; done <<'TABLE'
+Cluster DemoVehicle (CAN)
+Frame EngineStatus  id 0xC8 std  8 bytes  sender EngineCtrl  cycle 10 ms
+EngineTorque  bit 24  12 bits  little-endian  signed  scale 0.5 offset 0  unit Nm  range -1024 .. 1023.5  default 0
+ThrottlePos  bit 47  10 bits  big-endian  unsigned  scale 0.1 offset 0  unit %  range 0 .. 100  default 0
+GearRatio  bit 32  32 bits  little-endian  float  scale 1 offset 0  range -inf .. inf  default 3.5
+values: 0 "Park", 1 "Reverse", 2 "Neutral", 3 "Drive", 4 "Sport", 5 "Manual"
+values: 0 "No gear", -1 "Reverse gear"
+Frame ClimateRequest  id 0x2F0 std  3 bytes  sender BodyCtrl
+Multiplexed by the switch at bit 0, 8 bits, little-endian
+[switch 2]
+Frame BatteryStatus  id 0x18FEF117 ext  8 bytes  sender BatteryMgmt  cycle 100 ms
+Frame ObjectList  id 0x500 std FD (bit rate switch)  64 bytes  sender DriverAssist  cycle 50 ms
+Cluster SeatLin (LIN)
+Frame MirrorStatus  id 0x22 enhanced checksum  1 byte  sender MirrorCtrl
+DriverSeatTemp  bit 0  8 bits  little-endian  unsigned  scale 0.5 offset -20  unit degC  range -20 .. 105  default 255
+ECUs: BatteryMgmt, BodyCtrl, BrakeCtrl, DriverAssist, EngineCtrl, GearboxCtrl, Instruments, BodyCtrlLin, MirrorCtrl, SeatDriver, SeatPassenger
+TABLE
+run "dot" 0 "$q9db" dot "$dbc" "$ldf" -o "$scratch/graph.dot"
+head -n 1 "$scratch/graph.dot" | grep -q '^digraph' || fail "dot: no digraph written"
+grep -q 'EngineStatus' "$scratch/graph.dot" || fail "dot: frames missing"
+run "info of the DBC" 0 "$q9db" info "$dbc"
+has out "database id: DemoVehicle"
+has out "DemoVehicle: 7 ECUs, 9 frames, 51 signals"
+run "info of the LDF" 0 "$q9db" info "$ldf"
+has out "database id: SeatLin"
+has out "schedule table Normal: 4 slots, 40 ms"
+run "convert" 0 "$q9db" convert "$dbc" "$scratch/again.dbc"
+"$q9db" decode "$dbc" --log "$capture" >"$scratch/first.txt"
+"$q9db" decode "$scratch/again.dbc" --log "$capture" >"$scratch/second.txt"
+cmp -s "$scratch/first.txt" "$scratch/second.txt" || fail "convert: the exported DBC decodes the capture differently"
 
 [ "$failures" -eq 0 ] && echo "all command checks passed"
 exit $((failures > 0))

@@ -3,6 +3,7 @@
 #ifndef Q9DB_TOOL_COMMANDS_H
 #define Q9DB_TOOL_COMMANDS_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,16 @@ struct DecodeOptions {
   bool showUnknown = false;
 };
 int runDecode(const DecodeOptions& options);
+
+struct SimulateOptions {
+  std::vector<std::string> files;
+  double duration = 0;               // seconds of bus time
+  uint64_t stepMilliseconds = 1;     // clock step of the encoder
+  std::vector<std::string> settings; // FRAME.SIGNAL=VALUE
+  std::string interface = "can0";
+  uint64_t startMicroseconds = 1700000000000000;  // timestamp of the first step
+};
+int runSimulate(const SimulateOptions& options);
 
 int runDump(const std::vector<std::string>& files);
 int runDot(const std::vector<std::string>& files, const std::string& output);

@@ -45,13 +45,7 @@ class Progress {
 
 int runDecode(const DecodeOptions& options) {
   Network network;
-  for (const std::string& file : options.files) {
-    std::string error;
-    if (!network.import(file, error)) {
-      std::fprintf(stderr, "q9db: %s\n", error.c_str());
-      return kExitInputError;
-    }
-  }
+  if (!importFiles(network, options.files)) return kExitInputError;
   std::vector<Q9DbNode*> channels = network.canChannels();
   if (channels.empty()) {
     std::fprintf(stderr, "q9db: no CAN channel in %s\n", options.files.size() == 1 ? options.files[0].c_str() : "the files");

@@ -5,7 +5,6 @@
 #include "Commands.h"
 #include "Network.h"
 #include "Nodes.h"
-#include "Text.h"
 
 namespace q9tool {
 namespace {
@@ -32,6 +31,8 @@ const char* encodingName(uint32_t encoding) {
     default: return "invalid encoding";
   }
 }
+
+const char* plural(int32_t count) { return count == 1 ? "" : "s"; }
 
 class Dumper {
  public:
@@ -84,8 +85,8 @@ class Dumper {
     if (frame) Q9Db_getLength(frame, &length);
     Q9DbNode* sender = nullptr;
     Q9Db_getSourceECU(t, &sender);
-    std::printf("    Frame %s  %s  %d bytes  sender %s", frame ? displayName(frame).c_str() : "(none)", kind.c_str(),
-                length, sender ? displayName(sender).c_str() : "-");
+    std::printf("    Frame %s  %s  %d byte%s  sender %s", frame ? displayName(frame).c_str() : "(none)", kind.c_str(),
+                length, plural(length), sender ? displayName(sender).c_str() : "-");
     uint64_t cycle = frame ? cycleTime(frame) : 0;
     if (cycle) std::printf("  cycle %llu ms", static_cast<unsigned long long>(cycle));
     std::printf("\n");
@@ -121,7 +122,7 @@ class Dumper {
       Q9Db_getSwitchPosition(pdu, &position);
       Q9Db_getSwitchLength(pdu, &length);
       Q9Db_getSwitchByteOrder(pdu, &order);
-      std::printf("%*sMultiplexed by the switch at bit %d, %d bits, %s\n", indent, "", position + offset, length,
+      std::printf("%*sMultiplexed by the switch at bit %d, %d bit%s, %s\n", indent, "", position + offset, length, plural(length),
                   order == Q9_BYTEORDER_BIGENDIAN ? "big-endian" : "little-endian");
       Q9DbNode* part = nullptr;
       if (Q9Db_getStaticPart(pdu, &part) == S_OK && part) this->part(part, "always", indent, offset);
@@ -163,27 +164,23 @@ class Dumper {
     Q9Db_getMinValue(signal, &minimum);
     Q9Db_getMaxValue(signal, &maximum);
     Q9Db_getDefaultValue(signal, &initial);
-    std::printf("%*s%s  bit %d  %d bits  %s  %s", indent, "", displayName(signal).c_str(), position + offset, length,
+    std::printf("%*s%s  bit %d  %d bit%s  %s  %s", indent, "", displayName(signal).c_str(), position + offset, length,
+                plural(length),
                 order == Q9_BYTEORDER_BIGENDIAN ? "big-endian" : "little-endian", encodingName(encoding));
-    std::string values;
     if (coding) {
       forEachNode(Q9Db_enumInternalToPhysicalComputations, coding, [&](Q9DbNode* computation) {
-        uint32_t type = Q9Db_getNodeType(computation);
-        if (type == Q9_NODETYPE_LinearComputation) {
-          double scale = 1, shift = 0;
-          Q9Db_getScale(computation, &scale);
-          Q9Db_getOffset(computation, &shift);
-          std::printf("  scale %.15g offset %.15g", scale, shift);
-        } else if (type == Q9_NODETYPE_MappedTextComputation) {
-          const char16_t* text = nullptr;
-          Q9Db_getTextValue(db_, computation, 0, 65535, &text);
-          double lower = 0;
-          forEachNode(Q9Db_enumRanges, computation, [&](Q9DbNode* range) { Q9Db_getLowerLimit(range, &lower); });
-          char number[32];
-          std::snprintf(number, sizeof number, "%.15g", lower);
-          values += (values.empty() ? "" : ", ") + std::string(number) + " \"" + utf8(text) + "\"";
-        }
+        if (Q9Db_getNodeType(computation) != Q9_NODETYPE_LinearComputation) return;
+        double scale = 1, shift = 0;
+        Q9Db_getScale(computation, &scale);
+        Q9Db_getOffset(computation, &shift);
+        std::printf("  scale %.15g offset %.15g", scale, shift);
       });
+    }
+    std::string values;
+    for (const ValueText& text : valueTexts(db_, signal)) {
+      char number[32];
+      std::snprintf(number, sizeof number, "%.15g", text.value);
+      values += (values.empty() ? "" : ", ") + std::string(number) + " \"" + text.text + "\"";
     }
     if (!unitText.empty()) std::printf("  unit %s", unitText.c_str());
     std::printf("  range %.15g .. %.15g  default %.15g\n", minimum, maximum, initial);
@@ -197,13 +194,7 @@ class Dumper {
 
 int runDump(const std::vector<std::string>& files) {
   Network network;
-  for (const std::string& file : files) {
-    std::string error;
-    if (!network.import(file, error)) {
-      std::fprintf(stderr, "q9db: %s\n", error.c_str());
-      return kExitInputError;
-    }
-  }
+  if (!importFiles(network, files)) return kExitInputError;
   Dumper(network.db()).run();
   return kExitOk;
 }

@@ -6,24 +6,9 @@
 #include "Text.h"
 
 namespace q9tool {
-namespace {
-
-bool importAll(Network& network, const std::vector<std::string>& files) {
-  for (const std::string& file : files) {
-    std::string error;
-    if (!network.import(file, error)) {
-      std::fprintf(stderr, "q9db: %s\n", error.c_str());
-      return false;
-    }
-  }
-  return true;
-}
-
-}  // namespace
-
 int runDot(const std::vector<std::string>& files, const std::string& output) {
   Network network;
-  if (!importAll(network, files)) return kExitInputError;
+  if (!importFiles(network, files)) return kExitInputError;
   std::u16string path = utf16(output);
   if (Q9Db_dumpDot(network.db(), path.c_str(), 0, 65535) != S_OK) {
     std::fprintf(stderr, "q9db: %s: cannot write the graph\n", output.c_str());
@@ -66,7 +51,7 @@ int runInfo(const std::string& file) {
 
 int runConvert(const std::string& input, const std::string& output) {
   Network network;
-  if (!importAll(network, {input})) return kExitInputError;
+  if (!importFiles(network, {input})) return kExitInputError;
   std::u16string path = utf16(output);
   HRESULT status = Q9Db_exportFile(network.db(), nullptr, path.c_str(), nullptr, nullptr, nullptr);
   if (FAILED(status)) {

@@ -19,7 +19,15 @@ const FrameDecoder::SignalInfo& FrameDecoder::signalInfo(Q9DbNode* signal) {
   if (found != signals_.end()) return found->second;
   Q9DbNode* unit = nullptr;
   Q9Db_getUnit(signal, &unit);  // the unit of the signal's coding
-  return signals_.emplace(signal, SignalInfo{displayName(signal), unitName(unit)}).first->second;
+  Q9DbNode* coding = nullptr;
+  uint32_t encoding = 0;
+  int32_t length = 0;
+  if (Q9Db_getReference(signal, &coding) == S_OK && coding) {
+    Q9Db_getEncoding(coding, &encoding);
+    Q9Db_getBitLength(coding, &length);
+  }
+  bool single = (encoding & Q9_ENCODING_TYPEMASK) == Q9_ENCODING_IEEE && length == 32;
+  return signals_.emplace(signal, SignalInfo{displayName(signal), unitName(unit), single}).first->second;
 }
 
 const std::string& FrameDecoder::textOf(Q9DbStringSlot* slot) {
@@ -45,7 +53,7 @@ void FrameDecoder::writeSignal(HRESULT kind, const Q9DbDecodedSignal& decoded) {
       physical.text = nullptr;
     }
     bool finite = true;
-    value.value = formatPhysical(physical, number, finite);
+    value.value = formatPhysical(physical, number, finite, info.single);
     if (!finite) {
       value.isNumber = false;
     }

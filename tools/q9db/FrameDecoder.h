@@ -26,6 +26,7 @@ class FrameDecoder {
   struct SignalInfo {
     std::string name;
     std::string unit;
+    bool single;  // an IEEE single in the frame
   };
   const std::string& nameOf(Q9DbNode* node);
   const SignalInfo& signalInfo(Q9DbNode* signal);

@@ -11,7 +11,8 @@ const char kHexDigits[] = "0123456789ABCDEF";
 
 }  // namespace
 
-std::string_view formatPhysical(const Q9DbPhysicalValue& value, char (&buffer)[40], bool& isFinite) {
+std::string_view formatPhysical(const Q9DbPhysicalValue& value, char (&buffer)[40], bool& isFinite,
+                                bool fromSingle) {
   isFinite = true;
   std::to_chars_result end{buffer, std::errc()};
   switch (value.valueType) {
@@ -25,6 +26,10 @@ std::string_view formatPhysical(const Q9DbPhysicalValue& value, char (&buffer)[4
       double d = value.value.d;
       isFinite = std::isfinite(d);
       if (!isFinite) return std::isnan(d) ? "nan" : d > 0 ? "inf" : "-inf";
+      if (fromSingle && static_cast<double>(static_cast<float>(d)) == d) {
+        end = std::to_chars(buffer, buffer + sizeof buffer, d == 0.0 ? 0.0f : static_cast<float>(d));
+        break;
+      }
       int n = std::snprintf(buffer, sizeof buffer, "%.15g", d == 0.0 ? 0.0 : d);  // no "-0"
       return std::string_view(buffer, n > 0 ? static_cast<size_t>(n) : 0);
     }

@@ -23,9 +23,12 @@ struct SignalValue {
 
 // A physical value as a decimal number written into buffer: integers
 // exactly, doubles to 15 significant digits (what a double holds for sure),
-// so 25.299999999999997 reads 25.3. A non-finite double gives "nan", "inf"
-// or "-inf"; isFinite tells JSON to write null instead.
-std::string_view formatPhysical(const Q9DbPhysicalValue& value, char (&buffer)[40], bool& isFinite);
+// so 25.299999999999997 reads 25.3. A signal sent as an IEEE single holds
+// fewer: fromSingle gives a value that a single holds exactly its shortest
+// form, so 12.6f reads 12.6, not 12.6000003814697. A non-finite double
+// gives "nan", "inf" or "-inf"; isFinite tells JSON to write null instead.
+std::string_view formatPhysical(const Q9DbPhysicalValue& value, char (&buffer)[40], bool& isFinite,
+                                bool fromSingle = false);
 
 class FrameWriter {
  public:

@@ -47,6 +47,17 @@ bool Network::import(const std::string& path, std::string& error) {
   return false;
 }
 
+bool importFiles(Network& network, const std::vector<std::string>& files) {
+  for (const std::string& file : files) {
+    std::string error;
+    if (!network.import(file, error)) {
+      std::fprintf(stderr, "q9db: %s\n", error.c_str());
+      return false;
+    }
+  }
+  return true;
+}
+
 std::vector<Q9DbNode*> Network::canChannels() const {
   std::vector<Q9DbNode*> channels;
   forEachNode(Q9Db_enumClusters, db_, [&](Q9DbNode* cluster) {

@@ -38,6 +38,10 @@ class Network {
   std::vector<ImportReport> reports_;
 };
 
+// Imports every file in turn; the first that fails is reported on standard
+// error, and the answer is false.
+bool importFiles(Network& network, const std::vector<std::string>& files);
+
 // Collects the reports of one filter host call. The host's own closing
 // report of a failure is a wide text; the scripts' are UTF-8.
 struct ReportCollector {

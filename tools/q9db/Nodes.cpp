@@ -29,4 +29,51 @@ std::string slotText(Q9DbNode* db, Q9DbStringSlot* slot) {
   return utf8(text);
 }
 
+namespace {
+
+void collectSignals(Q9DbNode* pdu, std::vector<Q9DbNode*>& signals) {
+  if (Q9Db_getNodeType(pdu) != Q9_NODETYPE_MultiplexedPDU) {
+    forEachNode(Q9Db_enumSignalInstances, pdu, [&](Q9DbNode* instance) {
+      Q9DbNode* signal = nullptr;
+      if (Q9Db_getReference(instance, &signal) == S_OK && signal) signals.push_back(signal);
+    });
+    return;
+  }
+  auto partSignals = [&](Q9DbNode* part) {
+    Q9DbNode* carried = nullptr;
+    if (part && Q9Db_getReference(part, &carried) == S_OK && carried) collectSignals(carried, signals);
+  };
+  Q9DbNode* part = nullptr;
+  if (Q9Db_getStaticPart(pdu, &part) == S_OK) partSignals(part);
+  forEachNode(Q9Db_enumDynamicParts, pdu, partSignals);
+  part = nullptr;
+  if (Q9Db_getElsePart(pdu, &part) == S_OK) partSignals(part);
+}
+
+}  // namespace
+
+std::vector<Q9DbNode*> frameSignals(Q9DbNode* frame) {
+  std::vector<Q9DbNode*> signals;
+  forEachNode(Q9Db_enumPDUInstances, frame, [&](Q9DbNode* instance) {
+    Q9DbNode* pdu = nullptr;
+    if (Q9Db_getReference(instance, &pdu) == S_OK && pdu) collectSignals(pdu, signals);
+  });
+  return signals;
+}
+
+std::vector<ValueText> valueTexts(Q9DbNode* db, Q9DbNode* signal) {
+  std::vector<ValueText> texts;
+  Q9DbNode* coding = nullptr;
+  if (Q9Db_getReference(signal, &coding) != S_OK || !coding) return texts;
+  forEachNode(Q9Db_enumInternalToPhysicalComputations, coding, [&](Q9DbNode* computation) {
+    if (Q9Db_getNodeType(computation) != Q9_NODETYPE_MappedTextComputation) return;
+    const char16_t* text = nullptr;
+    Q9Db_getTextValue(db, computation, kLanguage, kNoFallback, &text);
+    double value = 0;
+    forEachNode(Q9Db_enumRanges, computation, [&](Q9DbNode* range) { Q9Db_getLowerLimit(range, &value); });
+    texts.push_back({value, utf8(text)});
+  });
+  return texts;
+}
+
 }  // namespace q9tool

@@ -4,6 +4,7 @@
 #define Q9DB_TOOL_NODES_H
 
 #include <string>
+#include <vector>
 
 #include "Q9Db.h"
 
@@ -28,6 +29,18 @@ std::string displayName(Q9DbNode* node);
 std::string unitName(Q9DbNode* unitSpec);
 // The text of a string slot, or empty.
 std::string slotText(Q9DbNode* db, Q9DbStringSlot* slot);
+
+// The signals a frame carries: those of its PDUs, and of every part of a
+// multiplexed one, in the order of the lists.
+std::vector<Q9DbNode*> frameSignals(Q9DbNode* frame);
+
+// A text of a signal's coding and the value it stands for, as the coding
+// reads the raw bits (before any scaling).
+struct ValueText {
+  double value;
+  std::string text;
+};
+std::vector<ValueText> valueTexts(Q9DbNode* db, Q9DbNode* signal);
 
 }  // namespace q9tool
 

@@ -2,11 +2,17 @@
 #include <CLI/CLI.hpp>
 
 #include <csignal>
+#include <cstdlib>
 #include <map>
 
 #include "Commands.h"
+#include "LogLine.h"
 
 using namespace q9tool;
+
+namespace {
+constexpr double kLongestSimulation = 1e7;  // seconds: the clock in microseconds stays far from overflowing
+}
 
 int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);  // a closed pipe shows as a failed write, and decoding stops
@@ -27,6 +33,47 @@ int main(int argc, char** argv) {
   decodeCommand->add_option("--format,-f", decode.format, "Output: text, csv, or json (one object per frame)")
       ->transform(CLI::CheckedTransformer(formats, CLI::ignore_case));
   decodeCommand->add_flag("--show-unknown,-u", decode.showUnknown, "Print frames of unknown identifier raw");
+
+  SimulateOptions simulate;
+  CLI::App* simulateCommand = app.add_subcommand(
+      "simulate",
+      "Send the CAN frames of the imported files as their ECUs would, through the library's frame encoder,\n"
+      "and write them to standard output in the log form, which canplayer replays and decode reads.\n"
+      "Cyclic frames go out at the first step and then once per cycle; others when a --set changes them.\n"
+      "Example: q9db simulate car.dbc --duration 5 --set EngineStatus.EngineSpeed=2500 --set Gear.GearPos=Reverse");
+  simulateCommand->add_option("FILE", simulate.files, "Description files to import (DBC, LDF)")
+      ->required()->check(CLI::ExistingFile);
+  simulateCommand->add_option("--duration,-d", simulate.duration, "Seconds of bus time to simulate")
+      ->required()
+      ->check(CLI::Validator(
+          [](std::string& text) {
+            double seconds = std::strtod(text.c_str(), nullptr);  // CLI11 has checked it is a number
+            return seconds > 0 && seconds <= kLongestSimulation ? std::string()
+                                                                : std::string("the duration must be above 0 and at most 1e7 seconds");
+          },
+          "SECONDS"));
+  simulateCommand->add_option("--step", simulate.stepMilliseconds, "Clock step in milliseconds")
+      ->capture_default_str()->check(CLI::Range(uint64_t(1), uint64_t(3600000)));
+  simulateCommand->add_option("--set,-s", simulate.settings,
+                              "FRAME.SIGNAL=VALUE: a physical value, or one of the signal's value texts (repeatable)");
+  simulateCommand->add_option("--interface,-i", simulate.interface, "Interface name written in each line")
+      ->capture_default_str()
+      ->check(CLI::Validator(
+          [](std::string& name) {
+            return name.empty() || name.find_first_of(" \t()#") != std::string::npos
+                       ? std::string("an interface name is one word without '(', ')' or '#'")
+                       : std::string();
+          },
+          "NAME"));
+  simulateCommand
+      ->add_option_function<std::string>(
+          "--start",
+          [&simulate](const std::string& text) {
+            if (!parseTimestamp(text, simulate.startMicroseconds))
+              throw CLI::ValidationError("--start", "a timestamp is seconds with at most six decimals, e.g. 1700000000.25");
+          },
+          "Timestamp of the first frames, in seconds")
+      ->default_str("1700000000.000000");
 
   std::vector<std::string> dumpFiles;
   CLI::App* dumpCommand = app.add_subcommand(
@@ -58,6 +105,7 @@ int main(int argc, char** argv) {
     return printed == 0 ? kExitOk : kExitUsageError;  // help is no error
   }
   if (*decodeCommand) status = runDecode(decode);
+  else if (*simulateCommand) status = runSimulate(simulate);
   else if (*dumpCommand) status = runDump(dumpFiles);
   else if (*dotCommand) status = runDot(dotFiles, dotOutput);
   else if (*infoCommand) status = runInfo(infoFile);

@@ -1,0 +1,181 @@
+// q9db simulate: the sending side of the CAN channels, as the frame encoder
+// drives it, written as a capture in the log form.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <unordered_map>
+
+#include "Commands.h"
+#include "LogLine.h"
+#include "Network.h"
+#include "Nodes.h"
+#include "SignalSetting.h"
+
+namespace q9tool {
+namespace {
+
+constexpr size_t kClassicLength = 8;
+constexpr uint32_t kLargestStandardId = 0x7FF;
+// The encoder's clock starts past every cycle time, so that each cyclic
+// frame goes out at the first step, as a bus does after power-up, and then
+// once per cycle.
+constexpr uint64_t kClockStart = uint64_t(1) << 32;
+
+struct SentFrame {
+  Q9DbNode* frame;
+  std::string name;
+  uint32_t identifier;
+  uint32_t flags;
+};
+
+bool isExtended(uint32_t identifier, uint32_t flags) {
+  uint32_t type = flags & Q9_FLAGMASK_CAN_FRAMETYPE;
+  return type == Q9_FLAG_CANEXTENDED || (type == Q9_FLAG_CANSTD_OR_EXT && identifier > kLargestStandardId);
+}
+
+// The bus sends what waits together by identifier: the 11 bits of a
+// standard identifier against the top 11 of an extended one, and on a tie
+// the standard frame first.
+uint64_t arbitrationKey(const SentFrame& frame) {
+  if (isExtended(frame.identifier, frame.flags)) return uint64_t(frame.identifier) << 1 | 1;
+  return uint64_t(frame.identifier) << 19;
+}
+
+// The frames of the CAN channels, each once, with its first triggering by
+// identifier. A classic frame longer than 8 bytes can't be written; it is
+// reported and left out.
+std::vector<SentFrame> canFrames(const Network& network) {
+  std::vector<SentFrame> frames;
+  std::unordered_map<Q9DbNode*, bool> seen;
+  for (Q9DbNode* channel : network.canChannels()) {
+    forEachNode(Q9Db_enumFrameTriggerings, channel, [&](Q9DbNode* triggering) {
+      Q9DbNode* frame = nullptr;
+      if (Q9Db_getNodeType(triggering) != Q9_NODETYPE_IdentifierBasedTriggering ||
+          Q9Db_getFrame(triggering, &frame) != S_OK || !frame || !seen.emplace(frame, true).second)
+        return;
+      SentFrame sent{frame, displayName(frame), 0, 0};
+      Q9Db_getIdentifier(triggering, &sent.identifier);
+      Q9Db_getFlags(triggering, &sent.flags);
+      int32_t length = 0;
+      Q9Db_getLength(frame, &length);
+      bool fd = sent.flags & Q9_FLAG_CANFD_FRAME;
+      if (length < 0 || (!fd && size_t(length) > kClassicLength) || (fd && canFdLength(size_t(length)) == 0)) {
+        std::fprintf(stderr, "q9db: warning: frame %s has %d bytes, more than its frame type carries; it is not sent\n",
+                     sent.name.c_str(), length);
+        return;
+      }
+      frames.push_back(std::move(sent));
+    });
+  }
+  return frames;
+}
+
+// A --set resolved: the signal and its raw value.
+struct RawSetting {
+  Q9DbNode* signal;
+  uint64_t raw;
+};
+
+bool resolveSetting(Q9DbNode* db, const std::vector<SentFrame>& frames, const std::string& text, RawSetting& out) {
+  SignalSetting setting;
+  std::string problem;
+  if (parseSignalSetting(text, setting, problem)) {
+    auto frame = std::find_if(frames.begin(), frames.end(), [&](const SentFrame& f) { return f.name == setting.frame; });
+    if (frame == frames.end()) {
+      problem = "no CAN frame is named " + setting.frame;
+    } else {
+      out.signal = nullptr;
+      for (Q9DbNode* signal : frameSignals(frame->frame))
+        if (displayName(signal) == setting.signal) out.signal = signal;
+      if (!out.signal) problem = "frame " + setting.frame + " has no signal named " + setting.signal;
+      else if (rawValueFor(db, out.signal, setting.value, out.raw, problem)) return true;
+    }
+  }
+  std::fprintf(stderr, "q9db: --set %s: %s\n", text.c_str(), problem.c_str());
+  return false;
+}
+
+class Encoder {
+ public:
+  explicit Encoder(Q9DbNode* db) { status_ = Q9Db_CreateEncoder(db, nullptr, &handle_); }
+  ~Encoder() { Q9Db_DestroyEncoder(handle_); }
+  Encoder(const Encoder&) = delete;
+  Encoder& operator=(const Encoder&) = delete;
+  HRESULT status() const { return status_; }
+  Q9DbEncoder* get() const { return handle_; }
+
+ private:
+  Q9DbEncoder* handle_ = nullptr;
+  HRESULT status_;
+};
+
+struct Waiting {
+  const SentFrame* frame;
+  const uint8_t* data;
+  size_t length;
+};
+
+}  // namespace
+
+int runSimulate(const SimulateOptions& options) {
+  Network network;
+  if (!importFiles(network, options.files)) return kExitInputError;
+  std::vector<SentFrame> frames = canFrames(network);
+  if (frames.empty()) {
+    std::fprintf(stderr, "q9db: no CAN frame to send in %s\n",
+                 options.files.size() == 1 ? options.files[0].c_str() : "the files");
+    return kExitInputError;
+  }
+  std::vector<RawSetting> settings(options.settings.size());
+  for (size_t i = 0; i < settings.size(); ++i)
+    if (!resolveSetting(network.db(), frames, options.settings[i], settings[i])) return kExitInputError;
+
+  Encoder encoder(network.db());
+  uint32_t app = 0;
+  HRESULT status = encoder.status();
+  if (SUCCEEDED(status)) status = Q9Db_EncoderRegister(encoder.get(), &app);
+  if (SUCCEEDED(status)) status = Q9Db_EncoderSetSendMode(encoder.get(), app, Q9_ENC_MODE_PERIODIC);
+  if (FAILED(status)) {
+    std::fprintf(stderr, "q9db: the frame encoder could not be set up (status 0x%08X)\n", unsigned(status));
+    return kExitInputError;
+  }
+  std::unordered_map<Q9DbNode*, const SentFrame*> byNode;
+  for (const SentFrame& frame : frames) {
+    Q9Db_EncoderInsert(encoder.get(), app, frame.frame);
+    byNode.emplace(frame.frame, &frame);
+  }
+  for (size_t i = 0; i < settings.size(); ++i) {
+    HRESULT changed = Q9Db_EncoderChangeSignal(encoder.get(), app, settings[i].signal, settings[i].raw);
+    if (changed != S_OK) {
+      std::fprintf(stderr, "q9db: --set %s: the encoder can't send this signal (%s)\n", options.settings[i].c_str(),
+                   changed == Q9_ENC_NO_MATCH ? "its PDU is sent in no frame" : "it has no coding");
+      return kExitInputError;
+    }
+  }
+
+  Output out(STDOUT_FILENO);
+  const uint64_t endMilliseconds = static_cast<uint64_t>(std::llround(options.duration * 1e3));
+  std::vector<Waiting> waiting;
+  for (uint64_t now = 0; now < endMilliseconds && out.good(); now += options.stepMilliseconds) {
+    Q9Db_EncoderTrigger(encoder.get(), kClockStart + now);
+    waiting.clear();
+    Q9DbChangedFrame changed{};
+    // The images stay as they are until the next trigger.
+    while (Q9Db_EncoderGetChangedFrame(encoder.get(), &changed) == S_OK) {
+      auto found = byNode.find(changed.frame);
+      if (found != byNode.end()) waiting.push_back({found->second, changed.data, size_t(changed.size)});
+    }
+    std::stable_sort(waiting.begin(), waiting.end(), [](const Waiting& a, const Waiting& b) {
+      return arbitrationKey(*a.frame) < arbitrationKey(*b.frame);
+    });
+    for (const Waiting& w : waiting)
+      writeLogLine(out, {options.startMicroseconds + now * 1000, options.interface, w.frame->identifier, w.frame->flags, w.data,
+                         w.length});
+  }
+  out.flush();  // a reader that went away (head, a closed pipe) is no error of ours
+  return kExitOk;
+}
+
+}  // namespace q9tool
