@@ -6,46 +6,14 @@
 #include <vector>
 
 #include "Q9Db.h"
+#include "codec/BitModel.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
-// Buffer bit that holds bit i (0 = least significant) of a field.
-uint64_t bufferBit(uint32_t pos, int32_t bits, uint64_t i) {
-  if (bits >= 0) return pos + i;
-  return ((uint64_t(pos) ^ 7) + uint64_t(-int64_t(bits)) - 1 - i) ^ 7;
-}
-
-int length(int32_t bits) { return bits < 0 ? -bits : bits; }
-
-uint64_t modelRead(const Bytes& buf, uint32_t pos, int32_t bits) {
-  uint64_t value = 0;
-  for (int i = 0; i < length(bits); ++i) {
-    const uint64_t n = bufferBit(pos, bits, i);
-    value |= uint64_t((buf[n / 8] >> (n % 8)) & 1) << i;
-  }
-  return value;
-}
-
-// Writes the bits whose byte lies inside the buffer; returns how many.
-uint32_t modelWrite(Bytes& buf, uint32_t pos, int32_t bits, uint64_t value) {
-  uint32_t written = 0;
-  for (int i = 0; i < length(bits); ++i) {
-    const uint64_t n = bufferBit(pos, bits, i);
-    if (n / 8 >= buf.size()) continue;
-    const uint8_t mask = uint8_t(1u << (n % 8));
-    buf[n / 8] = uint8_t(((value >> i) & 1) ? buf[n / 8] | mask : buf[n / 8] & ~mask);
-    ++written;
-  }
-  return written;
-}
-
-bool fieldInside(size_t size, uint32_t pos, int32_t bits) {
-  for (int i = 0; i < length(bits); ++i)
-    if (bufferBit(pos, bits, i) >= 8 * size) return false;
-  return true;
-}
+using q9::test::Bytes;
+using q9::test::fieldInside;
+using q9::test::modelRead;
+using q9::test::modelWrite;
 
 Bytes imageOf(uint64_t value) {
   Bytes image(8);

@@ -1,0 +1,335 @@
+// The message decoder on a fixed network that has every kind of field and
+// multiplexing, fed messages of any identifier, flags, length and payload:
+// every signal is walked and its physical value computed, printed and
+// checked against its limits, and its raw value written back.
+//
+// Input: messages one after the other, each
+//   identifier (4 bytes), flags (1), length (2), text capacity (1),
+//   options (1: bit 0 a filter, bit 1 the caller's own walk record,
+//   bits 2-7 the print capacity), then length payload bytes (zero past the
+//   input's end).
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "FuzzSupport.h"
+#include "Q9Db.h"
+
+namespace {
+
+using q9::fuzz::violated;
+
+constexpr uint32_t BE = Q9_BYTEORDER_BIGENDIAN;
+constexpr uint32_t LE = Q9_BYTEORDER_LITTLEENDIAN;
+constexpr uint32_t kStatic = 0xFFFFFFFF;
+constexpr uint32_t kElse = 0xFFFFFFFE;
+
+struct SegmentSpec {
+  int32_t bitpos;
+  int32_t bitlen;
+  uint32_t byteOrder = LE;
+};
+
+// Builds the network through the factories; any failure is a finding.
+class Network {
+ public:
+  Network() {
+    check(Q9Db_create(u"fuzz", &db), "database");
+    Q9DbNode* cluster = nullptr;
+    check(Q9Db_createCluster(db, u"can", Q9_CLUSTERTYPE_CAN, &cluster), "cluster");
+    check(Q9Db_createChannel(db, u"ch", cluster, &channel), "channel");
+    plainFrame();
+    multiplexedFrame();
+    extendedFrame();
+    deepFrame();
+    loopFrame();
+    channelPdus();
+    check(Q9Db_createIdListFilterW(db, Q9_FILTERMODE_INVERTED, u"s_plain_le12\0s_mux_static\0", &filter),
+          "filter");
+  }
+
+  Q9DbNode* db = nullptr;
+  Q9DbNode* channel = nullptr;
+  Q9DbFilter* filter = nullptr;
+
+ private:
+  static void check(HRESULT hr, const char* what) {
+    if (hr != S_OK) violated("the fixed network can't be built", what);
+  }
+
+  const char16_t* id(const std::string& name) {
+    ids_.emplace_back(name.begin(), name.end());
+    return ids_.back().c_str();
+  }
+  std::string fresh(const char* stem) { return std::string(stem) + std::to_string(counter_++); }
+
+  Q9DbNode* frame(const char* name, int32_t length) {
+    Q9DbNode* f = nullptr;
+    check(Q9Db_createFrame(db, id(name), length, &f), name);
+    return f;
+  }
+  void byIdentifier(Q9DbNode* f, uint32_t identifier, uint32_t flags) {
+    Q9DbNode* t = nullptr;
+    check(Q9Db_createIdentifierBasedTriggering(db, id(fresh("t")), identifier, flags, f, nullptr, channel, &t),
+          "triggering");
+  }
+  void masked(Q9DbNode* f, uint32_t mask, uint32_t code, uint32_t flags) {
+    Q9DbNode* t = nullptr;
+    check(Q9Db_createMaskedIdentifierTriggering(db, id(fresh("t")), mask, code, flags, f, nullptr, channel, &t),
+          "masked triggering");
+  }
+  // Places pdu in a frame or on the channel, or makes it a part's PDU.
+  Q9DbNode* carry(Q9DbNode* pdu, Q9DbNode* carrier, int32_t bitpos) {
+    if (Q9Db_getNodeType(carrier) == Q9_NODETYPE_MultiplexedPart) {
+      check(Q9Db_setReference(carrier, pdu), "part reference");
+    } else {
+      Q9DbNode* instance = nullptr;
+      check(Q9Db_createPDUInstance(db, id(fresh("pi")), LE, bitpos, -1, pdu, carrier, &instance), "PDU instance");
+    }
+    return pdu;
+  }
+  Q9DbNode* signalPdu(Q9DbNode* carrier, int32_t bitpos = 0) {
+    Q9DbNode* pdu = nullptr;
+    check(Q9Db_createSignalPDU(db, id(fresh("pdu")), 64, nullptr, &pdu), "signal PDU");
+    return carry(pdu, carrier, bitpos);
+  }
+  Q9DbNode* muxPdu(Q9DbNode* carrier, int32_t switchPosition, int32_t switchLength, uint32_t order = LE,
+                   int32_t bitpos = 0) {
+    Q9DbNode* pdu = nullptr;
+    check(Q9Db_createMultiplexedPDU(db, id(fresh("mux")), 64, int32_t(order), switchPosition, switchLength, 0,
+                                    nullptr, &pdu),
+          "multiplexed PDU");
+    return carry(pdu, carrier, bitpos);
+  }
+  Q9DbNode* part(Q9DbNode* mux, uint32_t code, const std::vector<SegmentSpec>& segments = {}) {
+    Q9DbNode* p = nullptr;
+    check(Q9Db_createMultiplexedPart(db, id(fresh("part")), code, mux, &p), "part");
+    if (code == kStatic) check(Q9Db_setStaticPart(mux, p), "static part");
+    else if (code == kElse) check(Q9Db_setElsePart(mux, p), "else part");
+    else check(Q9Db_addDynamicParts(mux, 1, &p), "dynamic part");
+    for (const SegmentSpec& s : segments)
+      check(Q9Db_addSegment(p, int32_t(s.byteOrder), s.bitpos, s.bitlen), "segment");
+    return p;
+  }
+  Q9DbNode* computation(Q9DbNode* coding, Q9DbNode* c, double lo, double hi) {
+    check(Q9Db_addRange(c, lo, hi, Q9_FLAG_LOWERLIMIT_CLOSED | Q9_FLAG_UPPERLIMIT_CLOSED), "range");
+    check(Q9Db_addInternalToPhysicalComputations(coding, 1, &c), "computation");
+    return c;
+  }
+  // A signal of its own coding placed in pdu, with a scaling, a text for
+  // its all-ones value and limits, so that every value path is taken.
+  void field(const char* name, Q9DbNode* pdu, int32_t bitpos, int32_t bitlen, uint32_t order = LE,
+             uint32_t encoding = Q9_ENCODING_DIRECT) {
+    Q9DbNode *coding = nullptr, *signal = nullptr, *instance = nullptr;
+    check(Q9Db_createCoding(db, id(std::string("c_") + name), bitlen, encoding, nullptr, &coding), name);
+    if (encoding != Q9_ENCODING_ASCII) {
+      const double top = bitlen >= 64 ? 1.8e19 : double((uint64_t(1) << bitlen) - 1);
+      Q9DbStringSlot* text = nullptr;
+      check(Q9Db_stringCreateSlotA(db, 0, "all ones", &text), "text");
+      Q9DbNode *named = nullptr, *linear = nullptr, *inverse = nullptr;
+      check(Q9Db_createMappedTextComputation(db, nullptr, text, &named), "text computation");
+      computation(coding, named, top, top);
+      check(Q9Db_createLinearComputation(db, nullptr, 0.5, -10, &linear), "linear");
+      computation(coding, linear, -1e300, 1e300);
+      check(Q9Db_createLinearComputation(db, nullptr, 2, 20, &inverse), "inverse");
+      check(Q9Db_addRange(inverse, -1e300, 1e300, 3), "inverse range");
+      check(Q9Db_addPhysicalToInternalComputations(coding, 1, &inverse), "inverse");
+    }
+    check(Q9Db_createSignal(db, id(std::string("s_") + name), Q9_FLAG_LOWERLIMIT_CLOSED | Q9_FLAG_UPPERLIMIT_CLOSED,
+                            0, -100, 1000, coding, &signal),
+          name);
+    check(Q9Db_createSignalInstance(db, id(std::string("i_") + name), int32_t(order), bitpos, -1, signal, pdu,
+                                    &instance),
+          name);
+  }
+
+  // Every encoding and both byte orders in a classic 8-byte frame.
+  void plainFrame() {
+    Q9DbNode* f = frame("Plain", 8);
+    byIdentifier(f, 0x100, 0);
+    byIdentifier(f, 0x101, Q9_FLAG_CANSTD_OR_EXT);
+    Q9DbNode* pdu = signalPdu(f);
+    field("plain_le12", pdu, 3, 12);
+    field("plain_be16", pdu, 23, 16, BE, Q9_ENCODING_2COMPL);
+    field("plain_signed9", pdu, 40, 9, LE, Q9_ENCODING_DIRECT | Q9_ENCODING_SIGNED);
+    field("plain_1compl", pdu, 50, 13, LE, Q9_ENCODING_1COMPL);
+    field("plain_float", pdu, 32, 32, LE, Q9_ENCODING_IEEE);
+    field("plain_double", pdu, 7, 64, BE, Q9_ENCODING_IEEE);
+    field("plain_packed", pdu, 48, 16, LE, Q9_ENCODING_PACKED_BCD);
+    field("plain_unpacked", pdu, 31, 24, BE, Q9_ENCODING_UNPACKED_BCD);
+    field("plain_le64", pdu, 0, 64);
+    field("plain_text_le", pdu, 8, 48, LE, Q9_ENCODING_ASCII);
+    field("plain_text_be", pdu, 15, 56, BE, Q9_ENCODING_ASCII);
+    field("plain_odd_float", pdu, 1, 33, LE, Q9_ENCODING_IEEE);
+    field("plain_wide", pdu, 0, 65, LE);
+    field("plain_negative", pdu, -3, 8, LE);
+  }
+
+  // A CAN FD frame, its PDU at an offset, multiplexed with segments from the
+  // payload and the identifier, a multiplexer inside a part, long texts, a
+  // part larger than the assembly buffer, and an else part.
+  void multiplexedFrame() {
+    Q9DbNode* f = frame("Mux", 64);
+    masked(f, 0x7F0, 0x200, Q9_FLAG_CANFD_FRAME);
+    Q9DbNode* mux = muxPdu(f, 0, 8, LE, 8);
+    field("mux_static", signalPdu(part(mux, kStatic)), 0, 8);
+    Q9DbNode* one = signalPdu(part(mux, 1, {{8, 16}, {100, 12, BE}, {-8, 8}, {300, 0}}));
+    field("mux1_a", one, 0, 12);
+    field("mux1_b", one, 23, 20, BE);
+    field("mux1_c", one, 30, 8);
+    Q9DbNode* inner = muxPdu(part(mux, 2, {{16, 200}, {7, 8, BE}}), 3, 5, BE);
+    field("inner_static", signalPdu(part(inner, kStatic)), 100, 64);
+    field("inner_a", signalPdu(part(inner, 1, {{8, 64}})), 0, 64, BE);
+    Q9DbNode* innermost = muxPdu(part(inner, 2, {{0, 208}}), -4, 4);
+    field("innermost_a", signalPdu(part(innermost, 0, {{200, 8}})), 0, 8);
+    field("innermost_else", signalPdu(part(innermost, kElse, {{8, 64, BE}})), 7, 64, BE);
+    Q9DbNode* text = signalPdu(part(mux, 3));
+    field("mux3_text", text, 16, 400, LE, Q9_ENCODING_ASCII);
+    field("mux3_text_be", text, 23, 392, BE, Q9_ENCODING_ASCII);
+    field("mux3_long", text, 0, 2048, LE, Q9_ENCODING_ASCII);
+    Q9DbNode* huge = signalPdu(part(mux, 4, {{0, 9000}, {8, 8}}));
+    field("mux4_edge", huge, 8184, 8);
+    field("mux4_past", huge, 8190, 8, BE);
+    Q9DbNode* far = signalPdu(part(mux, 5, {{504, 8}, {1 << 30, 8}, {-40, 8}}));
+    field("mux5_far", far, 0, 24);
+    field("mux_else", signalPdu(part(mux, kElse, {{15, 32, BE}})), 31, 32, BE, Q9_ENCODING_2COMPL);
+  }
+
+  // A switch on the identifier's low byte, read from the identifier image.
+  void extendedFrame() {
+    Q9DbNode* f = frame("Ext", 4);
+    masked(f, 0x1FFFFF00, 0x1ABCDE00, Q9_FLAG_CANEXTENDED);
+    Q9DbNode* mux = muxPdu(f, -29, 8);
+    for (uint32_t code : {0x00u, 0x01u, 0xEFu, 0xFFu}) {
+      field(fresh("ext_").c_str(), signalPdu(part(mux, code, {{-32, 32}, {0, 32, BE}})), int32_t(code % 32), 16);
+    }
+    field("ext_below", signalPdu(part(mux, kStatic, {{-100, 8}, {-33, 2}})), 0, 10);
+  }
+
+  // Static parts nested beyond the walk's stack, a signal at each level.
+  void deepFrame() {
+    Q9DbNode* carrier = frame("Deep", 2);
+    byIdentifier(carrier, 0x300, 0);
+    for (int level = 0; level < 80; ++level) {
+      Q9DbNode* mux = muxPdu(carrier, level % 16, 1);
+      field(fresh("deep_").c_str(), signalPdu(part(mux, 1, level % 2 ? std::vector<SegmentSpec>{{0, 16}}
+                                                                     : std::vector<SegmentSpec>{})),
+            level % 8, 8);
+      carrier = part(mux, kStatic, level % 3 ? std::vector<SegmentSpec>{} : std::vector<SegmentSpec>{{0, 16}});
+    }
+  }
+
+  // Parts that contain their own multiplexer, twice over.
+  void loopFrame() {
+    Q9DbNode* f = frame("Loop", 1);
+    byIdentifier(f, 0x301, 0);
+    Q9DbNode* loop = muxPdu(f, 0, 1);
+    carry(loop, part(loop, kStatic, {{0, 8}}), 0);
+    carry(loop, part(loop, 0), 0);
+    field("loop_plain", signalPdu(part(loop, 1)), 0, 8);
+  }
+
+  // PDUs of the channel itself, decoded from every message.
+  void channelPdus() {
+    field("channel_head", signalPdu(channel), 0, 16, BE);
+    field("channel_tail", signalPdu(channel, 500), 0, 12);
+    field("channel_far", signalPdu(channel, 0x7FFFFFF0), 8, 8);
+  }
+
+  std::vector<std::u16string> ids_;
+  int counter_ = 0;
+};
+
+Network& network() {
+  static Network* built = new Network;  // lives as long as the process
+  return *built;
+}
+
+void usePhysicalValue(Q9DbNode* signal, Q9DbNode* instance, uint64_t raw, uint32_t printCapacity) {
+  Q9DbPhysicalValue value{};
+  const HRESULT hr = Q9Db_internalToPhysical(signal, raw, &value);
+  if (FAILED(hr)) return;
+  if (value.valueType > Q9_VALUETYPE_INT64) violated("a physical value of no known type");
+  std::vector<char16_t> printed(printCapacity ? printCapacity : 1);
+  const int32_t n = Q9Db_valueToString(&value, printed.data(), printCapacity);
+  if (n >= int32_t(printCapacity) || n < -1) violated("printed past the capacity");
+  if (n >= 0 && printed[size_t(n)] != 0) violated("printed text without its terminator");
+  Q9Db_checkValueInMinMax(signal, &value);
+  if (value.text) {
+    const char16_t* text = nullptr;
+    Q9Db_stringLookup(network().db, value.text, 0, 0, &text);
+  }
+  // Back again: the first inverse that takes the value, into an image of
+  // just the bytes a 64-bit field can reach.
+  Q9DbEncodeEnum encode{};
+  Q9DbEncodeEnum* e = &encode;
+  if (Q9Db_encodeSignal(signal, &value, &e) != S_OK) return;
+  Q9DbNode* inverse = nullptr;
+  uint64_t back = 0;
+  if (Q9Db_encodeNextComputation(e, &inverse) == S_OK && Q9Db_physicalToInternal(signal, inverse, &value, &back) == S_OK) {
+    std::unique_ptr<uint8_t[]> image(new uint8_t[9]());
+    Q9Db_encodeSignalInstance(instance, back, image.get(), 9);
+  }
+}
+
+void decodeOne(q9::fuzz::InputReader& in) {
+  Network& net = network();
+  const auto identifier = in.take<uint32_t>();
+  const auto flags = uint32_t(in.take<uint8_t>());
+  const auto length = size_t(in.take<uint16_t>() % 2049);
+  const auto textCapacity = uint32_t(in.take<uint8_t>());
+  const auto options = in.take<uint8_t>();
+  const uint32_t printCapacity = options >> 2;
+  // The payload and the text buffer at their exact sizes, so that a read or
+  // write past either shows.
+  std::unique_ptr<uint8_t[]> payload(new uint8_t[length ? length : 1]());
+  size_t got = 0;
+  const uint8_t* bytes = in.takeBytes(length, &got);
+  if (got) std::memcpy(payload.get(), bytes, got);
+  std::unique_ptr<char[]> text(textCapacity ? new char[textCapacity] : nullptr);
+
+  static Q9DbDecodeEnum ownRecord;
+  Q9DbDecodeEnum* walk = (options & 2) ? &ownRecord : nullptr;
+  if (Q9Db_decodeMessage(net.channel, identifier, flags, length, payload.get(), &walk) != S_OK)
+    violated("a message on a channel was refused");
+  const Q9DbFilter* filter = (options & 1) ? net.filter : nullptr;
+  uint64_t delivered = 0;
+  for (int stage = 0;; ++stage) {
+    Q9DbNode* triggering = nullptr;
+    const HRESULT found = Q9Db_decodeNextFrametriggering(walk, &triggering);
+    if (found == Q9_E_NOT_FOUND) break;
+    if (found != S_OK && found != S_FALSE) violated("the triggering walk failed");
+    if (stage > 16) violated("more matches than the channel has triggerings");
+    Q9DbDecodedSignal s{};
+    s.textCapacity = textCapacity;
+    s.textBuffer = text.get();
+    HRESULT kind;
+    while ((kind = Q9Db_decodeNextSignal(walk, filter, &s)) == Q9_NUMERICSIGNAL || kind == Q9_ASCIISIGNAL) {
+      if (++delivered > 200000) violated("the walk doesn't end");
+      if (s.triggering != triggering) violated("a signal of another triggering");
+      if (kind == Q9_ASCIISIGNAL) {
+        if (s.textLength > textCapacity) violated("more text than the buffer holds");
+      } else {
+        usePhysicalValue(s.signal, s.instance, s.value, printCapacity);
+      }
+    }
+    if (kind != Q9_E_NOT_FOUND) violated("a signal walk ended with a failure");
+    if (found == S_FALSE) {
+      if (Q9Db_decodeNextSignal(walk, filter, &s) != Q9_E_NOT_FOUND) violated("signals after the end");
+    }
+  }
+  if (walk != &ownRecord && Q9Db_destroyDecodeEnum(walk) != S_OK) violated("the walk can't be destroyed");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  network();
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  q9::fuzz::InputReader in(data, size);
+  for (int message = 0; message < 16 && in.left() > 0; ++message) decodeOne(in);
+  return 0;
+}
