@@ -21,6 +21,8 @@ struct GoodLine {
   uint32_t flags;
   std::vector<uint8_t> data;
 };
+// Test names show the line.
+void PrintTo(const GoodLine& c, std::ostream* os) { *os << c.line; }
 
 class GoodLines : public ::testing::TestWithParam<GoodLine> {};
 
@@ -83,6 +85,7 @@ struct BadLine {
   const char* line;
   const char* problem;  // a part of the message
 };
+void PrintTo(const BadLine& c, std::ostream* os) { *os << c.line; }
 
 class MalformedLines : public ::testing::TestWithParam<BadLine> {};
 

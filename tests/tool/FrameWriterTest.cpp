@@ -52,6 +52,11 @@ struct Case {
   void (*write)(FrameWriter&, const CanFrame&);
   const char* expected;
 };
+// Test names show the format, the kind of frame and its line.
+void PrintTo(const Case& c, std::ostream* os) {
+  const char* formats[] = {"text", "csv", "json"};
+  *os << formats[static_cast<int>(c.format)] << (c.write == unknown ? " unknown " : " ") << c.line;
+}
 
 class Output_ : public ::testing::TestWithParam<Case> {};
 
@@ -89,6 +94,7 @@ struct Number {
   bool finite;
   bool single = false;
 };
+void PrintTo(const Number& c, std::ostream* os) { *os << c.text << (c.single ? " single" : ""); }
 
 class Numbers : public ::testing::TestWithParam<Number> {};
 

@@ -36,6 +36,7 @@ struct Written {
   uint32_t flagsReadBack;  // what the line says of the frame type
   size_t lengthReadBack;   // CAN FD lengths between the DLC steps are padded
 };
+void PrintTo(const Written& c, std::ostream* os) { *os << c.line; }
 
 class LogLines : public ::testing::TestWithParam<Written> {};
 

@@ -8,32 +8,26 @@ FrameDecoder::FrameDecoder(Q9DbNode* db, std::vector<Q9DbNode*> channels, FrameW
     : db_(db), channels_(std::move(channels)), writer_(writer), showUnknown_(showUnknown),
       walk_(std::make_unique<Q9DbDecodeEnum>()) {}
 
-const std::string& FrameDecoder::nameOf(Q9DbNode* node) {
-  auto found = names_.find(node);
-  if (found != names_.end()) return found->second;
-  return names_.emplace(node, displayName(node)).first->second;
-}
+const std::string& FrameDecoder::nameOf(Q9DbNode* node) { return names_.get(node, displayName); }
 
 const FrameDecoder::SignalInfo& FrameDecoder::signalInfo(Q9DbNode* signal) {
-  auto found = signals_.find(signal);
-  if (found != signals_.end()) return found->second;
-  Q9DbNode* unit = nullptr;
-  Q9Db_getUnit(signal, &unit);  // the unit of the signal's coding
-  Q9DbNode* coding = nullptr;
-  uint32_t encoding = 0;
-  int32_t length = 0;
-  if (Q9Db_getReference(signal, &coding) == S_OK && coding) {
-    Q9Db_getEncoding(coding, &encoding);
-    Q9Db_getBitLength(coding, &length);
-  }
-  bool single = (encoding & Q9_ENCODING_TYPEMASK) == Q9_ENCODING_IEEE && length == 32;
-  return signals_.emplace(signal, SignalInfo{displayName(signal), unitName(unit), single}).first->second;
+  return signals_.get(signal, [](Q9DbNode* node) {
+    Q9DbNode* unit = nullptr;
+    Q9Db_getUnit(node, &unit);  // the unit of the signal's coding
+    Q9DbNode* coding = nullptr;
+    uint32_t encoding = 0;
+    int32_t length = 0;
+    if (Q9Db_getReference(node, &coding) == S_OK && coding) {
+      Q9Db_getEncoding(coding, &encoding);
+      Q9Db_getBitLength(coding, &length);
+    }
+    bool single = (encoding & Q9_ENCODING_TYPEMASK) == Q9_ENCODING_IEEE && length == 32;
+    return SignalInfo{displayName(node), unitName(unit), single};
+  });
 }
 
 const std::string& FrameDecoder::textOf(Q9DbStringSlot* slot) {
-  auto found = texts_.find(slot);
-  if (found != texts_.end()) return found->second;
-  return texts_.emplace(slot, slotText(db_, slot)).first->second;
+  return texts_.get(slot, [this](Q9DbStringSlot* s) { return slotText(db_, s); });
 }
 
 void FrameDecoder::writeSignal(HRESULT kind, const Q9DbDecodedSignal& decoded) {

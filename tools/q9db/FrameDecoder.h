@@ -6,11 +6,11 @@
 
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "FrameLine.h"
 #include "FrameWriter.h"
+#include "NodeCache.h"
 #include "Q9Db.h"
 
 namespace q9tool {
@@ -39,9 +39,9 @@ class FrameDecoder {
   bool showUnknown_;
   std::unique_ptr<Q9DbDecodeEnum> walk_;  // the walk in our own memory: nothing allocated per frame
   char textBuffer_[256];
-  std::unordered_map<Q9DbNode*, std::string> names_;
-  std::unordered_map<Q9DbNode*, SignalInfo> signals_;
-  std::unordered_map<Q9DbStringSlot*, std::string> texts_;
+  NodeCache<Q9DbNode, std::string> names_;
+  NodeCache<Q9DbNode, SignalInfo> signals_;
+  NodeCache<Q9DbStringSlot, std::string> texts_;
 };
 
 }  // namespace q9tool

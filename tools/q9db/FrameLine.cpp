@@ -194,10 +194,11 @@ LineResult parseFrameLine(std::string_view line, CanFrame& frame) {
   if (frame.interface.empty()) return malformed("interface name is missing");
   if (rest.empty()) return malformed("frame is missing after the interface name");
 
-  std::string_view frameToken = rest;
-  size_t hash = frameToken.find('#');
-  size_t blank = frameToken.find_first_of(" \t");
-  bool logForm = hash != std::string_view::npos && (blank == std::string_view::npos || hash < blank);
+  // The log form has a '#' in the word after the interface: the identifier
+  // ends at the first '#' or blank.
+  size_t hash = 0;
+  while (hash < rest.size() && rest[hash] != '#' && !isBlank(rest[hash])) ++hash;
+  bool logForm = hash < rest.size() && rest[hash] == '#';
   bool errorFrame = false;
   if (logForm) {
     std::string_view token = takeToken(rest);

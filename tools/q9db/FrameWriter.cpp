@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 
 namespace q9tool {
 namespace {
@@ -30,8 +29,9 @@ std::string_view formatPhysical(const Q9DbPhysicalValue& value, char (&buffer)[4
         end = std::to_chars(buffer, buffer + sizeof buffer, d == 0.0 ? 0.0f : static_cast<float>(d));
         break;
       }
-      int n = std::snprintf(buffer, sizeof buffer, "%.15g", d == 0.0 ? 0.0 : d);  // no "-0"
-      return std::string_view(buffer, n > 0 ? static_cast<size_t>(n) : 0);
+      // As "%.15g" prints it, without printf's cost; no "-0".
+      end = std::to_chars(buffer, buffer + sizeof buffer, d == 0.0 ? 0.0 : d, std::chars_format::general, 15);
+      break;
     }
     default:
       isFinite = false;
@@ -81,7 +81,9 @@ void FrameWriter::writeJsonString(std::string_view text) {
 }
 
 void FrameWriter::writeCsvField(std::string_view text) {
-  if (text.find_first_of(",\"\r\n") == std::string_view::npos) {
+  bool plain = true;  // a loop, not find_first_of, which searches the set once per character
+  for (char c : text) plain = plain && c != ',' && c != '"' && c != '\r' && c != '\n';
+  if (plain) {
     out_.write(text);
     return;
   }

@@ -7,15 +7,19 @@
 
 namespace q9tool {
 
-bool Output::flush() {
+void Output::writeThrough(std::string_view text) {
   size_t done = 0;
-  while (good_ && done < buffer_.size()) {
-    ssize_t n = ::write(fd_, buffer_.data() + done, buffer_.size() - done);
+  while (good_ && done < text.size()) {
+    ssize_t n = ::write(fd_, text.data() + done, text.size() - done);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) good_ = false;
     else done += static_cast<size_t>(n);
   }
-  buffer_.clear();
+}
+
+bool Output::flush() {
+  writeThrough(std::string_view(buffer_.get(), used_));
+  used_ = 0;
   return good_;
 }
 

@@ -3,6 +3,8 @@
 #ifndef Q9DB_TOOL_IO_H
 #define Q9DB_TOOL_IO_H
 
+#include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,25 +13,37 @@ namespace q9tool {
 
 class Output {
  public:
-  explicit Output(int fd) : fd_(fd) { buffer_.reserve(kCapacity); }
+  explicit Output(int fd) : fd_(fd), buffer_(new char[kCapacity]) {}
   ~Output() { flush(); }
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
   void write(std::string_view text) {
-    buffer_.append(text);
-    if (buffer_.size() >= kCapacity) flush();
+    if (text.size() > kCapacity - used_) {
+      flush();
+      if (text.size() > kCapacity) {
+        writeThrough(text);
+        return;
+      }
+    }
+    std::memcpy(buffer_.get() + used_, text.data(), text.size());
+    used_ += text.size();
   }
-  void write(char c) { buffer_ += c; }
+  void write(char c) {
+    if (used_ == kCapacity) flush();
+    buffer_[used_++] = c;
+  }
   // False once a write has failed (a closed pipe, a full disk).
   bool flush();
   bool good() const { return good_; }
 
  private:
   static constexpr size_t kCapacity = 1 << 16;
+  void writeThrough(std::string_view text);
   int fd_;
   bool good_ = true;
-  std::string buffer_;
+  std::unique_ptr<char[]> buffer_;
+  size_t used_ = 0;
 };
 
 class LineReader {
