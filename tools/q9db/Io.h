@@ -19,6 +19,7 @@ class Output {
   Output& operator=(const Output&) = delete;
 
   void write(std::string_view text) {
+    if (text.empty()) return;  // an empty view may have no data to copy from
     if (text.size() > kCapacity - used_) {
       flush();
       if (text.size() > kCapacity) {
