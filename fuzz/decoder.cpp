@@ -8,27 +8,28 @@
 //   options (1: bit 0 a filter, bit 1 the caller's own walk record,
 //   bits 2-7 the print capacity), then length payload bytes (zero past the
 //   input's end).
+#include <deque>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "FuzzSupport.h"
 #include "Q9Db.h"
+#include "DecodeModel.h"
 
 namespace {
 
 using q9::fuzz::violated;
 
-constexpr uint32_t BE = Q9_BYTEORDER_BIGENDIAN;
-constexpr uint32_t LE = Q9_BYTEORDER_LITTLEENDIAN;
+constexpr int32_t BE = Q9_BYTEORDER_BIGENDIAN;
+constexpr int32_t LE = Q9_BYTEORDER_LITTLEENDIAN;
 constexpr uint32_t kStatic = 0xFFFFFFFF;
 constexpr uint32_t kElse = 0xFFFFFFFE;
 
-struct SegmentSpec {
-  int32_t bitpos;
-  int32_t bitlen;
-  uint32_t byteOrder = LE;
-};
+using q9::fuzz::FieldSpec;
+using q9::fuzz::Placement;
+using q9::fuzz::SegmentSpec;
 
 // Builds the network through the factories; any failure is a finding.
 class Network {
@@ -41,11 +42,19 @@ class Network {
     plainFrame();
     multiplexedFrame();
     extendedFrame();
+    modelled_ = false;
     deepFrame();
     loopFrame();
+    modelled_ = true;
     channelPdus();
     check(Q9Db_createIdListFilterW(db, Q9_FILTERMODE_INVERTED, u"s_plain_le12\0s_mux_static\0", &filter),
           "filter");
+  }
+
+  // Where a signal instance reads, or null when it isn't modelled.
+  const FieldSpec* fieldOf(Q9DbNode* instance) const {
+    const auto found = fields_.find(instance);
+    return found == fields_.end() ? nullptr : &found->second;
   }
 
   Q9DbNode* db = nullptr;
@@ -80,12 +89,19 @@ class Network {
   }
   // Places pdu in a frame or on the channel, or makes it a part's PDU.
   Q9DbNode* carry(Q9DbNode* pdu, Q9DbNode* carrier, int32_t bitpos) {
+    Placement placement;
     if (Q9Db_getNodeType(carrier) == Q9_NODETYPE_MultiplexedPart) {
       check(Q9Db_setReference(carrier, pdu), "part reference");
+      const PartOf& part = parts_.at(carrier);
+      placement = Placement{Placement::Part, 0, placements_.at(part.mux), part.segments};
     } else {
       Q9DbNode* instance = nullptr;
       check(Q9Db_createPDUInstance(db, id(fresh("pi")), LE, bitpos, -1, pdu, carrier, &instance), "PDU instance");
+      placement = Placement{Placement::Payload, bitpos, nullptr, {}};
     }
+    if (!modelled_) placement = Placement{};
+    placementStore_.push_back(placement);
+    placements_[pdu] = &placementStore_.back();
     return pdu;
   }
   Q9DbNode* signalPdu(Q9DbNode* carrier, int32_t bitpos = 0) {
@@ -93,10 +109,10 @@ class Network {
     check(Q9Db_createSignalPDU(db, id(fresh("pdu")), 64, nullptr, &pdu), "signal PDU");
     return carry(pdu, carrier, bitpos);
   }
-  Q9DbNode* muxPdu(Q9DbNode* carrier, int32_t switchPosition, int32_t switchLength, uint32_t order = LE,
+  Q9DbNode* muxPdu(Q9DbNode* carrier, int32_t switchPosition, int32_t switchLength, int32_t order = LE,
                    int32_t bitpos = 0) {
     Q9DbNode* pdu = nullptr;
-    check(Q9Db_createMultiplexedPDU(db, id(fresh("mux")), 64, int32_t(order), switchPosition, switchLength, 0,
+    check(Q9Db_createMultiplexedPDU(db, id(fresh("mux")), 64, order, switchPosition, switchLength, 0,
                                     nullptr, &pdu),
           "multiplexed PDU");
     return carry(pdu, carrier, bitpos);
@@ -107,8 +123,12 @@ class Network {
     if (code == kStatic) check(Q9Db_setStaticPart(mux, p), "static part");
     else if (code == kElse) check(Q9Db_setElsePart(mux, p), "else part");
     else check(Q9Db_addDynamicParts(mux, 1, &p), "dynamic part");
-    for (const SegmentSpec& s : segments)
-      check(Q9Db_addSegment(p, int32_t(s.byteOrder), s.bitpos, s.bitlen), "segment");
+    for (const SegmentSpec& s : segments) {
+      check(Q9Db_addSegment(p, s.byteOrder, s.bitpos, s.bitlen), "segment");
+      // The model reads big-endian fields bit by bit, which longer copies don't.
+      if (s.byteOrder == BE && s.bitlen > 64) violated("the fixed network has a long big-endian segment");
+    }
+    parts_[p] = PartOf{mux, segments};
     return p;
   }
   Q9DbNode* computation(Q9DbNode* coding, Q9DbNode* c, double lo, double hi) {
@@ -118,7 +138,7 @@ class Network {
   }
   // A signal of its own coding placed in pdu, with a scaling, a text for
   // its all-ones value and limits, so that every value path is taken.
-  void field(const char* name, Q9DbNode* pdu, int32_t bitpos, int32_t bitlen, uint32_t order = LE,
+  void field(const char* name, Q9DbNode* pdu, int32_t bitpos, int32_t bitlen, int32_t order = LE,
              uint32_t encoding = Q9_ENCODING_DIRECT) {
     Q9DbNode *coding = nullptr, *signal = nullptr, *instance = nullptr;
     check(Q9Db_createCoding(db, id(std::string("c_") + name), bitlen, encoding, nullptr, &coding), name);
@@ -138,9 +158,10 @@ class Network {
     check(Q9Db_createSignal(db, id(std::string("s_") + name), Q9_FLAG_LOWERLIMIT_CLOSED | Q9_FLAG_UPPERLIMIT_CLOSED,
                             0, -100, 1000, coding, &signal),
           name);
-    check(Q9Db_createSignalInstance(db, id(std::string("i_") + name), int32_t(order), bitpos, -1, signal, pdu,
+    check(Q9Db_createSignalInstance(db, id(std::string("i_") + name), order, bitpos, -1, signal, pdu,
                                     &instance),
           name);
+    fields_[instance] = FieldSpec{placements_.at(pdu), bitpos, order == BE ? -bitlen : bitlen};
   }
 
   // Every encoding and both byte orders in a classic 8-byte frame.
@@ -229,15 +250,43 @@ class Network {
     field("loop_plain", signalPdu(part(loop, 1)), 0, 8);
   }
 
-  // PDUs of the channel itself, decoded from every message.
+  // PDUs of the channel itself, decoded from every message: one of codings
+  // of odd lengths and encodings, so that every message reaches them.
   void channelPdus() {
     field("channel_head", signalPdu(channel), 0, 16, BE);
     field("channel_tail", signalPdu(channel, 500), 0, 12);
     field("channel_far", signalPdu(channel, 0x7FFFFFF0), 8, 8);
+    Q9DbNode* odd = signalPdu(channel, 3);
+    const uint32_t S = Q9_ENCODING_SIGNED;
+    const struct {
+      int32_t bitlen;
+      uint32_t encoding;
+    } codings[] = {{65, Q9_ENCODING_DIRECT},      {200, Q9_ENCODING_2COMPL | S}, {64, Q9_ENCODING_1COMPL | S},
+                   {1, Q9_ENCODING_2COMPL},        {1, Q9_ENCODING_1COMPL},       {33, Q9_ENCODING_IEEE},
+                   {64, Q9_ENCODING_IEEE | S},     {16, Q9_ENCODING_IEEE},        {64, Q9_ENCODING_PACKED_BCD},
+                   {3, Q9_ENCODING_UNPACKED_BCD},  {72, Q9_ENCODING_PACKED_BCD},  {13, Q9_ENCODING_ASCII},
+                   {24, Q9_ENCODING_ASCII | S},    {8, Q9_ENCODING_INVALID},      {8, 99},
+                   {0, Q9_ENCODING_DIRECT},        {64, Q9_ENCODING_DIRECT | S},  {63, Q9_ENCODING_2COMPL}};
+    int n = 0;
+    for (const auto& c : codings) {
+      const int32_t pos = (n * 37) % 480;
+      field(fresh("odd_").c_str(), odd, pos, c.bitlen, n % 2 ? BE : LE, c.encoding);
+      ++n;
+    }
   }
 
-  std::vector<std::u16string> ids_;
+  struct PartOf {
+    Q9DbNode* mux;
+    std::vector<SegmentSpec> segments;
+  };
+
+  std::deque<std::u16string> ids_;
   int counter_ = 0;
+  bool modelled_ = true;  // off for the frames that lead back into themselves or nest too deep
+  std::deque<Placement> placementStore_;
+  std::map<Q9DbNode*, const Placement*> placements_;
+  std::map<Q9DbNode*, PartOf> parts_;
+  std::map<Q9DbNode*, FieldSpec> fields_;
 };
 
 Network& network() {
@@ -293,6 +342,7 @@ void decodeOne(q9::fuzz::InputReader& in) {
   if (Q9Db_decodeMessage(net.channel, identifier, flags, length, payload.get(), &walk) != S_OK)
     violated("a message on a channel was refused");
   const Q9DbFilter* filter = (options & 1) ? net.filter : nullptr;
+  q9::fuzz::MessageModel model(payload.get(), length, identifier << ((flags & Q9_FLAG_CANEXTENDED) ? 3 : 21));
   uint64_t delivered = 0;
   for (int stage = 0;; ++stage) {
     Q9DbNode* triggering = nullptr;
@@ -307,6 +357,7 @@ void decodeOne(q9::fuzz::InputReader& in) {
     while ((kind = Q9Db_decodeNextSignal(walk, filter, &s)) == Q9_NUMERICSIGNAL || kind == Q9_ASCIISIGNAL) {
       if (++delivered > 200000) violated("the walk doesn't end");
       if (s.triggering != triggering) violated("a signal of another triggering");
+      if (const FieldSpec* f = net.fieldOf(s.instance)) model.check(*f, kind, s.value, s.textBuffer, s.textLength);
       if (kind == Q9_ASCIISIGNAL) {
         if (s.textLength > textCapacity) violated("more text than the buffer holds");
       } else {
