@@ -6,11 +6,17 @@
 // A signal instance that cannot be read from this message (no signal or
 // coding, a field outside its source, text without a buffer, a failing
 // filter) is passed over alone; the instances after it are still decoded.
+//
+// A triggering found through the channel's index is walked by its compiled
+// plan (DecodePlan.h) when there is one; the plan gives what the walk over
+// the nodes would give, in the same order.
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
 
+#include "codec/DecodePlan.h"
 #include "codec/DecodeSources.h"
+#include "codec/LastDelivered.h"
 #include "codec/ListWalk.h"
 #include "codec/Multiplexer.h"
 #include "codec/TriggeringCandidates.h"
@@ -134,6 +140,67 @@ bool deliver(const Q9DbDecodeEnum& e, const void* node, Q9DbDecodedSignal& out, 
   return true;
 }
 
+// Fills out with a planned numeric field's value.
+inline void deliverValue(const Q9DbDecodeEnum& e, const PlannedField& f, uint64_t value, Q9DbDecodedSignal& out) {
+  out.value = value;
+  out.triggering = e.triggering;
+  out.instance = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(f.node));
+  out.signal = reinterpret_cast<Q9DbNode*>(const_cast<Signal*>(f.signal));
+  out.textLength = 0;
+  if (f.conversion != Conversion::None) noteDelivered(f);
+}
+
+// Puts a planned field into out with its kind; false when it is passed over.
+bool deliverPlanned(const Q9DbDecodeEnum& e, const PlannedField& f, Q9DbDecodedSignal& out, HRESULT& kind) {
+  if (e.filter && !passesFilter(e.filter, f.signal, as<SignalInstance>(f.node))) return false;
+  switch (f.read) {
+    case FieldRead::LittleWord:
+    case FieldRead::BigWord: deliverValue(e, f, readPlannedWord(f, e.payload), out); break;
+    case FieldRead::Bytes:
+      deliverValue(e, f, readFieldInside(e.payload, e.length, f.where.at.pos, f.where.at.bits), out);
+      break;
+    default: {
+      if (!out.textBuffer) return false;
+      out.value = 0;
+      out.triggering = e.triggering;
+      out.instance = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(f.node));
+      out.signal = reinterpret_cast<Q9DbNode*>(const_cast<Signal*>(f.signal));
+      // Taken as a value image, so a big-endian text arrives last byte first.
+      Q9bit_extract(reinterpret_cast<uint8_t*>(out.textBuffer), e.payload, out.textCapacity, f.where.at.pos,
+                    f.where.at.bits);
+      out.textLength = std::min(out.textCapacity, f.where.at.textBytes);
+      kind = Q9_ASCIISIGNAL;
+      return true;
+    }
+  }
+  kind = Q9_NUMERICSIGNAL;
+  return true;
+}
+
+enum class PlannedStep { Delivered, Pushed, Ended };
+
+// The next field of a planned walk: a signal delivered into out, a
+// multiplexed PDU instance pushed for the walk over the nodes, or the end.
+PlannedStep nextPlanned(Q9DbDecodeEnum& e, Q9DbDecodedSignal& out, HRESULT& kind) {
+  PlannedWalk walk;
+  std::memcpy(&walk, &e.pduWalk, sizeof walk);
+  PlannedStep step = PlannedStep::Ended;
+  while (walk.next != walk.end) {
+    const PlannedField& f = *walk.next++;
+    if (f.read == FieldRead::Pdu) {
+      pushPduInstance(e, f.node);
+      step = PlannedStep::Pushed;
+      break;
+    }
+    if (deliverPlanned(e, f, out, kind)) {
+      step = PlannedStep::Delivered;
+      break;
+    }
+  }
+  std::memcpy(&e.pduWalk, &walk, sizeof walk);
+  return step;
+}
+
 // The next signal of the PDU on the stack; false when the stack runs empty.
 bool nextOfStack(Q9DbDecodeEnum& e, Q9DbDecodedSignal& out, HRESULT& kind) {
   for (;;) {
@@ -143,6 +210,29 @@ bool nextOfStack(Q9DbDecodeEnum& e, Q9DbDecodedSignal& out, HRESULT& kind) {
     } else if (!expandNext(e)) {
       return false;
     }
+  }
+}
+
+// Q9Db_decodeNextSignal in general.
+__attribute__((noinline)) HRESULT nextSignal(Q9DbDecodeEnum* e, const Q9DbFilter* filter, Q9DbDecodedSignal* out) {
+  if (!checked(e) || !out) return E_INVALIDARG;
+  e->filter = filter;
+  for (;;) {
+    HRESULT kind = Q9_NUMERICSIGNAL;
+    // An empty stack has no instance walk left.
+    if (e->depth && nextOfStack(*e, *out, kind)) return kind;
+    if (isPlannedWalk(e->pduWalk)) {
+      const PlannedStep step = nextPlanned(*e, *out, kind);
+      if (step == PlannedStep::Delivered) return kind;
+      if (step == PlannedStep::Ended) return Q9_E_NOT_FOUND;
+      continue;
+    }
+    void* node = nullptr;
+    if (!nextItem(e->pduWalk, &node)) {
+      if (e->state == kChannelPdus) e->state = kFinished;
+      return Q9_E_NOT_FOUND;
+    }
+    pushPduInstance(*e, node);
   }
 }
 
@@ -187,12 +277,20 @@ Q9DB_API HRESULT Q9Db_decodeNextFrametriggering(Q9DbDecodeEnum* e, Q9DbNode** ou
   }
   // Signals left over from the previous triggering belong to it, not the next.
   clearStack(*e);
+  Q9Db* db = as<Channel>(e->channel)->databaseRef;
   void* node = nullptr;
-  while (nextCandidate(e->triggeringWalk, e->identifier, &node)) {
-    if (!matches(*e, node)) continue;
+  const TriggeringIndexEntry* entry = nullptr;
+  while (nextCandidate(e->triggeringWalk, e->identifier, &node, &entry)) {
+    if (const TriggeringPlan* plan = entry ? planOf(db, *entry) : nullptr) {
+      if (!planMatches(*plan, e->identifier, e->flags, e->length)) continue;
+      // Without a payload no PDU instance is decoded.
+      startPlannedWalk(e->pduWalk, *plan, e->payload != nullptr);
+    } else {
+      if (!matches(*e, node)) continue;
+      startWalk(e->pduWalk, as<Frame>(as<FrameTriggering>(node)->reference)->PDUInstances);
+    }
     e->triggering = static_cast<Q9DbNode*>(node);
     if (outTriggering) *outTriggering = e->triggering;
-    startWalk(e->pduWalk, as<Frame>(as<FrameTriggering>(node)->reference)->PDUInstances);
     return S_OK;
   }
   e->state = kChannelPdus;
@@ -203,18 +301,19 @@ Q9DB_API HRESULT Q9Db_decodeNextFrametriggering(Q9DbDecodeEnum* e, Q9DbNode** ou
 }
 
 Q9DB_API HRESULT Q9Db_decodeNextSignal(Q9DbDecodeEnum* e, const Q9DbFilter* filter, Q9DbDecodedSignal* out) {
-  if (!checked(e) || !out) return E_INVALIDARG;
-  e->filter = filter;
-  for (;;) {
-    HRESULT kind = Q9_NUMERICSIGNAL;
-    if (nextOfStack(*e, *out, kind)) return kind;
-    void* node = nullptr;
-    if (!nextItem(e->pduWalk, &node)) {
-      if (e->state == kChannelPdus) e->state = kFinished;
-      return Q9_E_NOT_FOUND;
+  // The usual step, a word of a planned walk without a filter, takes no call.
+  if (e && out && !filter && e->magic == kDecodeMagic && e->depth == 0 && isPlannedWalk(e->pduWalk)) {
+    PlannedWalk walk;
+    std::memcpy(&walk, &e->pduWalk, sizeof walk);
+    if (walk.next != walk.end && walk.next->read <= FieldRead::BigWord) {
+      e->filter = nullptr;
+      const PlannedField& f = *walk.next++;
+      std::memcpy(&e->pduWalk, &walk, sizeof walk);
+      deliverValue(*e, f, readPlannedWord(f, e->payload), *out);
+      return Q9_NUMERICSIGNAL;
     }
-    pushPduInstance(*e, node);
   }
+  return nextSignal(e, filter, out);
 }
 
 Q9DB_API HRESULT Q9Db_getFrameTriggering(Q9DbDecodeEnum* e, Q9DbNode** out) {

@@ -34,8 +34,10 @@ inline void startCandidates(Q9DbCursor& walk, Channel& channel, uint32_t identif
   std::memcpy(&walk, &c, sizeof c);
 }
 
-// The next candidate into node; false when there is none.
-inline bool nextCandidate(Q9DbCursor& walk, uint32_t identifier, void** node) {
+// The next candidate into node, with its index entry when it comes from the
+// index (else null); false when there is none.
+inline bool nextCandidate(Q9DbCursor& walk, uint32_t identifier, void** node, const TriggeringIndexEntry** entry) {
+  *entry = nullptr;
   if (walk.layout != &kIndexedCandidates) return nextItem(walk, node);
   IndexedCandidates c;
   std::memcpy(&c, &walk, sizeof c);
@@ -50,6 +52,7 @@ inline bool nextCandidate(Q9DbCursor& walk, uint32_t identifier, void** node) {
     return false;
   }
   *node = taken->triggering;
+  *entry = taken;
   std::memcpy(&walk, &c, sizeof c);
   return true;
 }

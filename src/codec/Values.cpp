@@ -6,26 +6,15 @@
 #include <cstdio>
 #include <cstring>
 
+#include "codec/LastDelivered.h"
 #include "codec/ValueConversion.h"
 #include "store/Database.h"
 
 namespace q9 {
 
-double valueAsDouble(const Q9DbPhysicalValue& v) {
-  switch (v.valueType) {
-    case Q9_VALUETYPE_DOUBLE: return v.value.d;
-    case Q9_VALUETYPE_INT64: return double(v.value.i);
-    case Q9_VALUETYPE_UINT64: return double(v.value.u);  // correctly rounded above 2^63 too
-    default: return 0.0;
-  }
-}
-
 bool rangeHolds(const ValueRange& r, const Q9DbPhysicalValue& v) {
   if (v.valueType > Q9_VALUETYPE_INT64) return false;
-  const double x = valueAsDouble(v);
-  return (r.lowerLimit < x && x < r.upperLimit) ||
-         ((r.flags & Q9_FLAG_LOWERLIMIT_CLOSED) && x == r.lowerLimit) ||
-         ((r.flags & Q9_FLAG_UPPERLIMIT_CLOSED) && x == r.upperLimit);
+  return limitsHold(r.lowerLimit, r.upperLimit, r.flags, valueAsDouble(v));
 }
 
 bool computationHolds(const Computation& c, const Q9DbPhysicalValue& v) {
@@ -42,15 +31,6 @@ bool computationHolds(const Computation& c, const Q9DbPhysicalValue& v) {
 
 namespace {
 
-constexpr double kTwo63 = 9223372036854775808.0;
-constexpr uint64_t kUnrepresentable = 0x8000000000000000ull;
-
-// Truncation toward zero; doubles that fit no signed 64-bit integer give the
-// one pattern that stands for "no value".
-uint64_t signedBits(double d) {
-  if (!(d >= -kTwo63 && d < kTwo63)) return kUnrepresentable;
-  return uint64_t(int64_t(d));
-}
 
 uint64_t signedConversion(const Q9DbPhysicalValue& v) {
   switch (v.valueType) {
@@ -76,37 +56,6 @@ uint64_t cut(uint64_t raw, int32_t length) {
 
 unsigned signBit(int32_t length) { return length > 0 && length <= 64 ? unsigned(length) - 1 : 63; }
 
-bool scaleIsOne(double scale) {
-  // min(1, |scale|) spelt out: fmin is a library call on the hot path.
-  const double magnitude = std::fabs(scale);
-  return std::fabs(scale - 1.0) <= (magnitude < 1.0 ? magnitude : 1.0) * DBL_EPSILON;
-}
-
-void applyLinear(const LinearComputation& c, Q9DbPhysicalValue& v) {
-  if (!scaleIsOne(c.scale)) {
-    const double product = valueAsDouble(v) * c.scale;
-    v.value.d = product + c.offset;
-    v.valueType = Q9_VALUETYPE_DOUBLE;
-    return;
-  }
-  // At scale one integers stay integers; the offset is truncated.
-  switch (v.valueType) {
-    case Q9_VALUETYPE_DOUBLE:
-      v.value.d += c.offset;
-      break;
-    case Q9_VALUETYPE_INT64:
-      v.value.u += signedBits(c.offset);
-      break;
-    case Q9_VALUETYPE_UINT64: {
-      const uint64_t offset = signedBits(c.offset);
-      v.value.u += offset;
-      if (int64_t(offset) < 0 && (v.value.u >> 63)) v.valueType = Q9_VALUETYPE_INT64;
-      break;
-    }
-    default:
-      break;
-  }
-}
 
 // Applies one selected computation; false for a class that is none.
 bool apply(const ObjectBase* compu, Q9DbPhysicalValue& v) {
@@ -120,9 +69,11 @@ bool apply(const ObjectBase* compu, Q9DbPhysicalValue& v) {
       v.valueType = Q9_VALUETYPE_DOUBLE;
       v.value.d = as<MappedValueComputation>(compu)->value;
       return true;
-    case LinearComputation::kNodeType:
-      applyLinear(*as<LinearComputation>(compu), v);
+    case LinearComputation::kNodeType: {
+      const auto* linear = as<LinearComputation>(compu);
+      applyLinear(linearStep(linear->scale, linear->offset), v);
       return true;
+    }
     default:
       return false;
   }
@@ -135,12 +86,8 @@ bool someRangeHolds(const PagedList& ranges, double x) {
   if (!b) return false;
   do {
     const auto* r = reinterpret_cast<const ValueRange*>(b->items());
-    for (uint64_t i = 0; i < b->count; ++i) {
-      if ((r[i].lowerLimit < x && x < r[i].upperLimit) ||
-          ((r[i].flags & Q9_FLAG_LOWERLIMIT_CLOSED) && x == r[i].lowerLimit) ||
-          ((r[i].flags & Q9_FLAG_UPPERLIMIT_CLOSED) && x == r[i].upperLimit))
-        return true;
-    }
+    for (uint64_t i = 0; i < b->count; ++i)
+      if (limitsHold(r[i].lowerLimit, r[i].upperLimit, r[i].flags, x)) return true;
     b = b->next;
   } while (b != ranges.head);
   return false;
@@ -176,19 +123,19 @@ uint64_t bcdDecoded(HRESULT (*decode)(Out*, const uint64_t*, uint32_t), uint64_t
   return uint64_t(value);
 }
 
-// Raw bits to a typed value by the coding's encoding.
-HRESULT decodeRaw(const Coding& coding, uint64_t raw, Q9DbPhysicalValue& v) {
-  const int32_t length = coding.bitlen;
-  const bool signedFlag = coding.encoding & Q9_ENCODING_SIGNED;
+}  // namespace
+
+HRESULT typedValue(int32_t length, uint32_t encoding, uint64_t raw, Q9DbPhysicalValue& v) {
+  const bool signedFlag = encoding & Q9_ENCODING_SIGNED;
   // Most signals are plain unsigned: they need none of the sign work below.
-  if ((coding.encoding & Q9_ENCODING_TYPEMASK) == Q9_ENCODING_DIRECT && !signedFlag) {
+  if ((encoding & Q9_ENCODING_TYPEMASK) == Q9_ENCODING_DIRECT && !signedFlag) {
     v.valueType = Q9_VALUETYPE_UINT64;
     v.value.u = cut(raw, length);
     return S_OK;
   }
   const bool negative = (raw >> signBit(length)) & 1;
   const uint64_t upperOnes = length > 0 && length < 64 ? ~lowBits(unsigned(length)) : 0;
-  switch (coding.encoding & Q9_ENCODING_TYPEMASK) {
+  switch (encoding & Q9_ENCODING_TYPEMASK) {
     case Q9_ENCODING_DIRECT:
       if (!signedFlag) {
         v.valueType = Q9_VALUETYPE_UINT64;
@@ -222,7 +169,7 @@ HRESULT decodeRaw(const Coding& coding, uint64_t raw, Q9DbPhysicalValue& v) {
       return S_OK;
     case Q9_ENCODING_UNPACKED_BCD:
     case Q9_ENCODING_PACKED_BCD: {
-      const bool packed = (coding.encoding & Q9_ENCODING_TYPEMASK) == Q9_ENCODING_PACKED_BCD;
+      const bool packed = (encoding & Q9_ENCODING_TYPEMASK) == Q9_ENCODING_PACKED_BCD;
       v.valueType = signedFlag ? Q9_VALUETYPE_INT64 : Q9_VALUETYPE_UINT64;
       v.value.u = signedFlag ? bcdDecoded(packed ? Q9Decode_FromSignedPackedBCD
                                                  : Q9Decode_FromSignedUnpackedBCD,
@@ -236,6 +183,8 @@ HRESULT decodeRaw(const Coding& coding, uint64_t raw, Q9DbPhysicalValue& v) {
       return E_UNEXPECTED;
   }
 }
+
+namespace {
 
 // A typed value to raw bits by the coding's encoding.
 HRESULT encodeRaw(const Coding& coding, const Q9DbPhysicalValue& v, uint64_t& raw) {
@@ -291,15 +240,10 @@ const Coding* codingOf(const Signal& s) {
   return isExact<Coding>(s.reference) ? as<Coding>(s.reference) : nullptr;
 }
 
-}  // namespace
-}  // namespace q9
-
-using namespace q9;
-
-extern "C" {
-
-Q9DB_API HRESULT Q9Db_internalToPhysical(Q9DbNode* signalHandle, uint64_t raw,
-                                         Q9DbPhysicalValue* out) {
+// Q9Db_internalToPhysical from the signal's nodes. Out of line, so that the
+// compiled way needs no stack frame.
+__attribute__((noinline)) HRESULT internalToPhysicalByNodes(const void* signalHandle, uint64_t raw,
+                                                            Q9DbPhysicalValue* out) {
   if (!out || !isExact<Signal>(signalHandle)) return E_INVALIDARG;
   out->computation = nullptr;
   out->text = nullptr;
@@ -309,9 +253,24 @@ Q9DB_API HRESULT Q9Db_internalToPhysical(Q9DbNode* signalHandle, uint64_t raw,
     out->value.u = raw;
     return S_OK;
   }
-  const HRESULT hr = decodeRaw(*coding, raw, *out);
+  const HRESULT hr = typedValue(coding->bitlen, coding->encoding, raw, *out);
   if (hr != S_OK) return hr;
   return runCascade(coding->internalToPhysicalCompus, *out);
+}
+
+}  // namespace
+}  // namespace q9
+
+using namespace q9;
+
+extern "C" {
+
+Q9DB_API HRESULT Q9Db_internalToPhysical(Q9DbNode* signalHandle, uint64_t raw,
+                                         Q9DbPhysicalValue* out) {
+  // The signal the decoder has just delivered: its coding, compiled.
+  if (const PlannedField* field = deliveredFieldOf(signalHandle))
+    if (out) return convertPlanned(*field, raw, *out);
+  return internalToPhysicalByNodes(signalHandle, raw, out);
 }
 
 Q9DB_API HRESULT Q9Db_physicalToInternal(Q9DbNode* signalHandle, Q9DbNode* computation,

@@ -3,6 +3,7 @@
 // more than one field's work, are written out below.
 #include <type_traits>
 
+#include "store/Accelerators.h"
 #include "store/Database.h"
 #include "store/StringStore.h"
 
@@ -27,6 +28,7 @@ HRESULT readField(const void* node, Out* out) {
 template <typename Accepted, auto Member, typename Value>
 HRESULT writeField(void* node, Value value) {
   if (!isA<Accepted>(node)) return E_INVALIDARG;
+  noteNodeChange(node);
   as<Accepted>(node)->*Member = value;
   return S_OK;
 }
@@ -40,6 +42,7 @@ HRESULT writeLink(void* node, void* value, HRESULT wrongValue) {
   if (std::is_same_v<Accepted, ElementReference> && isExact<Q9Db>(node)) return E_INVALIDARG;
   if (!value && !nullAllowed) return E_INVALIDARG;
   if (value && !isA<ValueClass>(value)) return wrongValue;
+  noteNodeChange(node);
   auto& field = as<Accepted>(node)->*Member;
   using FieldType = std::remove_reference_t<decltype(field)>;
   field = value ? static_cast<FieldType>(static_cast<ObjectBase*>(value)) : nullptr;
@@ -64,6 +67,7 @@ enum NullText { Clear, Refuse };
 template <typename Accepted, auto Member, NullText nullText>
 HRESULT writeSlot(void* node, uint16_t language, const char16_t* text) {
   if (!isA<Accepted>(node)) return E_INVALIDARG;
+  noteNodeChange(node);
   Accepted* n = as<Accepted>(node);
   if (!text) {
     if (nullText == Refuse) return E_INVALIDARG;
@@ -112,6 +116,7 @@ extern "C" {
 
 Q9DB_API HRESULT Q9Db_setElementId(Q9DbNode* node, const char16_t* id) {
   if (!isA<ElementId>(node)) return E_INVALIDARG;
+  noteNodeChange(node);
   auto* n = as<ElementId>(node);
   if (!id) {
     n->eid = nullptr;
@@ -125,6 +130,7 @@ Q9DB_API HRESULT Q9Db_setElementId(Q9DbNode* node, const char16_t* id) {
 
 Q9DB_API HRESULT Q9Db_setShortName(Q9DbNode* node, const char16_t* name) {
   if (!isA<ElementDetail>(node)) return E_INVALIDARG;
+  noteNodeChange(node);
   auto* n = as<ElementDetail>(node);
   if (!name) {
     n->shortname = nullptr;
@@ -146,6 +152,7 @@ Q9DB_API HRESULT Q9Db_getShortName(Q9DbNode* node, const char16_t** out) {
 Q9DB_API HRESULT Q9Db_setElementDetail(Q9DbNode* node, uint16_t language,
                                        const char16_t* longName, const char16_t* description) {
   if (!isA<ElementDetail>(node)) return E_INVALIDARG;
+  noteNodeChange(node);
   auto* n = as<ElementDetail>(node);
   StringStore* store = storeOfNode(n);
   if (!store || !longName) return E_UNEXPECTED;

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "platform/Heap.h"
+#include "store/Accelerators.h"
 #include "store/Allocator.h"
 #include "store/NodeClasses.h"
 #include "store/StringStore.h"
@@ -76,6 +77,7 @@ HRESULT makeCollectionGroup(Q9Db* db, DatabaseCollections* collections, const ch
 }
 
 void release(Q9Db* db) {
+  releaseAccelerators(db);
   if (db->stringStore) destroyStringStore(db->stringStore);
   if (db->allocator) db->allocator->destroy(db->allocator);
   platform::heapFree(db);

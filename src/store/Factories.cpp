@@ -1,6 +1,7 @@
 // The only way to make a node. Every factory is the same skeleton (tests,
 // allocation, values, out, registration, links); what differs is the values
 // it copies and the links it makes, given to the skeleton as two functions.
+#include "store/Accelerators.h"
 #include "store/Database.h"
 #include "store/MemberLists.h"
 #include "store/StringStore.h"
@@ -22,6 +23,7 @@ HRESULT makeNode(Q9DbNode* handle, const char16_t* id, Q9DbNode** out, Fill fill
   if (!out) return E_POINTER;
   Q9Db* db = asDatabase(handle);
   if (!db) return E_INVALIDARG;
+  noteChange(db, roomForNode(Node::kNodeType));
   Node* node = allocNodeOf<Node>(db);
   if (!node) return E_OUTOFMEMORY;
   fill(*node);

@@ -2,6 +2,7 @@
 // owner/list/item rules of every arrival-order operation are one table.
 #include "store/MemberLists.h"
 
+#include "store/Accelerators.h"
 #include "store/Database.h"
 #include "store/StringStore.h"
 #include "store/TriggeringIndex.h"
@@ -14,6 +15,8 @@ Allocator* allocatorOf(ObjectBase* owner) {
 }
 
 HRESULT appendMember(const ListPlace& where, ObjectBase* owner, ObjectBase* item) {
+  noteNodeChange(owner);
+  noteNodeChange(item);  // its back-reference changes too
   PagedList* list = where.list(owner);
   const HRESULT hr = appendPointer(where.layout, allocatorOf(owner), list, item);
   if (hr != S_OK) return hr;
@@ -117,6 +120,8 @@ HRESULT insertChildrenInto(ElementGroup* group, uint64_t count, Q9DbNode* const*
   for (uint64_t i = 0; i < count; ++i) {
     void* item = items[i];
     if (!inClasses(item, itemFirst, itemLast)) continue;
+    noteNodeChange(group);
+    noteNodeChange(item);
     if (lightNodesAppend && !isA<DatabaseRef>(item)) {
       result = appendPointer(&childLayout, allocatorOf(group), &group->children, item);
       continue;
@@ -150,6 +155,8 @@ HRESULT setPart(Q9DbNode* pduHandle, Q9DbNode* partHandle,
     return E_INVALIDARG;
   auto* pdu = as<MultiplexedPDU>(pduHandle);
   auto* part = as<MultiplexedPart>(partHandle);
+  noteNodeChange(pdu);
+  noteNodeChange(part);
   part->parent = pdu;
   pdu->*field = part;
   return S_OK;
@@ -169,6 +176,8 @@ HRESULT addDynamicPart(MultiplexedPDU* pdu, MultiplexedPart* part) {
   const void* key = reinterpret_cast<const void*>(uintptr_t(part->switchCode));
   if (searchSorted(&pdu->dynamicParts, &block, &index, key, compareSwitchCode) == S_OK)
     return S_OK;  // two parts cannot share a switch code
+  noteNodeChange(pdu);
+  noteNodeChange(part);
   part->parent = pdu;
   return insertSorted(&childLayout, allocatorOf(pdu), &pdu->dynamicParts, block, index, part);
 }
@@ -234,6 +243,7 @@ Q9DB_API HRESULT Q9Db_addSegment(Q9DbNode* partHandle, int32_t byteOrder, int32_
                                  int32_t bitlen) {
   if (!isExact<MultiplexedPart>(partHandle)) return E_INVALIDARG;
   auto* part = as<MultiplexedPart>(partHandle);
+  noteNodeChange(part, kRoomForRecord);
   auto* segment =
       static_cast<Segment*>(appendRecord(&segmentLayout, allocatorOf(part), &part->segments));
   if (!segment) return E_OUTOFMEMORY;
@@ -248,6 +258,7 @@ Q9DB_API HRESULT Q9Db_addRange(Q9DbNode* computationHandle, double lowerLimit, d
                                uint32_t flags) {
   if (!isA<Computation>(computationHandle)) return E_INVALIDARG;
   auto* computation = as<Computation>(computationHandle);
+  noteNodeChange(computation, kRoomForRecord);
   auto* range = static_cast<ValueRange*>(
       appendRecord(&rangeLayout, allocatorOf(computation), &computation->ranges));
   if (!range) return E_OUTOFMEMORY;
@@ -269,6 +280,8 @@ Q9DB_API HRESULT Q9Db_setElsePart(Q9DbNode* pdu, Q9DbNode* part) {
 Q9DB_API HRESULT Q9Db_setSignal(Q9DbNode* instanceHandle, Q9DbNode* target) {
   if (!isExact<SignalInstance>(instanceHandle) || !isA<ElementId>(target)) return E_INVALIDARG;
   auto* instance = as<SignalInstance>(instanceHandle);
+  noteNodeChange(instance);
+  noteNodeChange(target);
   instance->reference = as<ObjectBase>(target);
   if (isExact<SignalPDU>(target)) {
     auto* pdu = as<SignalPDU>(target);

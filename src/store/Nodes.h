@@ -17,6 +17,7 @@ struct Q9Db;
 struct ElementGroup;
 struct MultiplexedPart;
 struct TriggeringIndex;
+struct AcceleratorRoom;
 
 #define Q9_NODE_CLASS(Name, l1, l2, first, last) \
   static constexpr uint32_t kNodeType = makeNodeType(l1, l2, first, last); \
@@ -63,6 +64,8 @@ struct Q9Db : ElementReference {
   Q9_NODE_CLASS(Q9Db, 'd', 'b', 7, 7);
   Allocator* allocator;
   StringStore* stringStore;
+  // What readers compile from the nodes; emptied by every change.
+  AcceleratorRoom* accelerators;
 };
 
 struct ElementGroup : ElementReference {
@@ -141,6 +144,9 @@ struct Coding : ElementReference {
   uint32_t encoding;
   PagedList internalToPhysicalCompus;
   PagedList physicalToInternalCompus;
+  // The decoding computations compiled, published by the first decoder that
+  // needs them (see Accelerators.h); null when there are none.
+  void* compiledDecoding;
 };
 
 struct PDUInstance : ElementReference {

@@ -60,6 +60,7 @@ bool addItem(TriggeringIndex& index, Allocator* alloc, void* item, uint64_t posi
   if (!entry) return false;
   entry->triggering = as<FrameTriggering>(item);
   entry->position = position;
+  entry->plan = nullptr;
   if (exact) {
     entry->identifier = as<IdentifierBasedTriggering>(item)->identifier;
     TriggeringBucket& bucket = index.buckets[bucketOf(entry->identifier, index.bucketCount)];

@@ -1,0 +1,145 @@
+// A coding's decoding (raw value to physical value) compiled into one block
+// of the database's accelerator room: its length, its encoding word and its
+// decoding computations in list order, each with its class, its constants
+// and its ranges. Converting by it reads that block alone, where the nodes
+// take the coding, its computation list, each computation and each block of
+// ranges, one after the other.
+#pragma once
+
+#include "codec/ValueConversion.h"
+#include "store/Accelerators.h"
+
+namespace q9 {
+
+struct CompiledRange {
+  double lower;
+  double upper;
+  uint32_t flags;
+};
+
+enum class StepKind : uint32_t { Identity, Text, Value, Linear, Other };
+
+struct CompiledStep {
+  const ObjectBase* computation;
+  const CompiledRange* ranges;
+  uint32_t rangeCount;
+  StepKind kind;
+  LinearStep linear;
+  double value;      // of a mapped value
+  StringSlot* text;  // of a mapped text
+};
+
+// How raw bits become the typed value: the two common encodings without the
+// general switch.
+enum class Typing : uint32_t {
+  Unsigned,        // DIRECT without sign: cut to the length
+  TwosComplement,  // 2COMPL of 1 to 64 bits: the low bits sign-extended
+  General,         // typedValue
+};
+
+struct CompiledDecoding {
+  Accelerator head;
+  int32_t length;
+  uint32_t encoding;
+  Typing typing;
+  uint32_t signShift;  // 64 - length, for TwosComplement
+  uint64_t lengthMask;  // for Unsigned
+  // The step when there is exactly one with exactly one range, the usual
+  // scaling of a signal; else null.
+  const CompiledStep* single;
+  uint64_t stepCount;
+  const CompiledStep* steps;
+};
+
+// Calls visit with every computation of the list, in list order, that the
+// cascade looks at.
+template <typename Visit>
+void forEachComputation(const PagedList& list, Visit visit) {
+  Block* b = list.head;
+  if (!b) return;
+  do {
+    for (uint64_t i = 0; i < b->count; ++i) {
+      const auto* node = static_cast<const ObjectBase*>(b->pointers()[i]);
+      if (isA<Computation>(node)) visit(*as<Computation>(node));
+    }
+    b = b->next;
+  } while (b != list.head);
+}
+
+template <typename Visit>
+void forEachRange(const Computation& c, Visit visit) {
+  Block* b = c.ranges.head;
+  if (!b) return;
+  do {
+    const auto* ranges = reinterpret_cast<const ValueRange*>(b->items());
+    for (uint64_t i = 0; i < b->count; ++i) visit(ranges[i]);
+    b = b->next;
+  } while (b != c.ranges.head);
+}
+
+// The coding's decoding, compiled now if no reader has done so since the
+// last change; null when the database's room is full.
+const CompiledDecoding* compiledDecodingOf(Q9Db* db, Coding& coding);
+
+// Applies a step whose range holds the value: S_OK, or S_FALSE for a class
+// that is no computation the cascade knows.
+inline HRESULT applyStep(const CompiledStep& step, Q9DbPhysicalValue& v) {
+  v.computation = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(step.computation));
+  switch (step.kind) {
+    case StepKind::Identity: break;
+    case StepKind::Text: v.text = reinterpret_cast<Q9DbStringSlot*>(step.text); break;
+    case StepKind::Value:
+      v.valueType = Q9_VALUETYPE_DOUBLE;
+      v.value.d = step.value;
+      break;
+    case StepKind::Linear: applyLinear(step.linear, v); break;
+    case StepKind::Other: return S_FALSE;
+  }
+  return S_OK;
+}
+
+// The cascade of the coding's computations, as the nodes would run it.
+inline HRESULT runCompiledCascade(const CompiledDecoding& d, Q9DbPhysicalValue& v) {
+  HRESULT result = S_FALSE;
+  // Only an applied computation changes the value, so its double is worked
+  // out again only then; no range holds a value of unknown type.
+  bool comparable = v.valueType <= Q9_VALUETYPE_INT64;
+  double x = valueAsDouble(v);
+  for (const CompiledStep *step = d.steps, *end = d.steps + d.stepCount; step != end; ++step) {
+    if (!comparable) break;
+    bool held = false;
+    for (uint32_t i = 0; i < step->rangeCount && !held; ++i)
+      held = limitsHold(step->ranges[i].lower, step->ranges[i].upper, step->ranges[i].flags, x);
+    if (!held) continue;
+    result = applyStep(*step, v);
+    comparable = v.valueType <= Q9_VALUETYPE_INT64;
+    x = valueAsDouble(v);
+  }
+  return result;
+}
+
+// Q9Db_internalToPhysical by the compiled block: the same value, status and
+// record as by the nodes.
+inline HRESULT convertCompiled(const CompiledDecoding& d, uint64_t raw, Q9DbPhysicalValue& v) {
+  v.computation = nullptr;
+  v.text = nullptr;
+  if (d.typing == Typing::Unsigned) {
+    v.valueType = Q9_VALUETYPE_UINT64;
+    v.value.u = raw & d.lengthMask;
+  } else if (d.typing == Typing::TwosComplement) {
+    v.valueType = Q9_VALUETYPE_INT64;
+    v.value.i = int64_t(raw << d.signShift) >> d.signShift;
+  } else {
+    const HRESULT hr = typedValue(d.length, d.encoding, raw, v);
+    if (hr != S_OK) return hr;
+  }
+  // Every encoding gives a value that ranges can hold.
+  if (const CompiledStep* step = d.single) {
+    const CompiledRange& r = step->ranges[0];
+    if (!limitsHold(r.lower, r.upper, r.flags, valueAsDouble(v))) return S_FALSE;
+    return applyStep(*step, v);
+  }
+  return runCompiledCascade(d, v);
+}
+
+}  // namespace q9

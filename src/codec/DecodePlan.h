@@ -1,0 +1,179 @@
+// A frame triggering compiled for the decoder: what matching a message needs
+// of the triggering and its frame, and the signals of the frame's PDUs in the
+// order of the walk, each in one cache line with where its field lies in a
+// payload of the frame's length, how to take it out and, for the usual
+// codings, how its raw value becomes the physical value. A multiplexed PDU
+// stays a step of its own, which the walk over the nodes decodes.
+//
+// The first decoder that meets an indexed triggering after a change builds
+// its plan (see Accelerators.h); the walk then reads the plan and the payload
+// and no node. Whatever cannot be built is decoded from the nodes as before.
+#pragma once
+
+#include <cstring>
+
+#include "Q9Db.h"
+#include "codec/CompiledDecoding.h"
+#include "codec/WordRead.h"
+#include "store/TriggeringIndex.h"
+
+namespace q9 {
+
+enum class FieldRead : uint8_t {
+  LittleWord,  // one 8-byte load at wordBase, shifted and masked
+  BigWord,     // the same with the bytes in big-endian order
+  Bytes,       // the general read, for short frames and 9-byte fields
+  Text,        // an ASCII signal into the client's buffer
+  Pdu,         // a multiplexed PDU, walked over the nodes
+};
+
+// How a field's raw value becomes its physical value.
+enum class Conversion : uint8_t {
+  None,            // not compiled: the nodes are read
+  Shared,          // by the coding's CompiledDecoding
+  Unsigned,        // DIRECT without sign, then at most one step, here
+  TwosComplement,  // 2COMPL, then at most one step, here
+};
+
+// The one step of a conversion kept in the field, with its one range.
+enum class FieldStep : uint8_t { None, Identity, Text, Value, Scale, Offset, Other };
+
+struct PlannedField {
+  const ObjectBase* node;  // the signal instance, or the PDU instance of a Pdu step
+  const Signal* signal;
+  union {
+    const ObjectBase* computation;  // of the step
+    const CompiledDecoding* shared;
+  } by;
+  union {
+    struct {
+      double lower;
+      double upper;
+    } range;  // of the step
+    struct {
+      uint32_t pos;
+      int32_t bits;  // negative for big-endian
+      uint32_t textBytes;
+    } at;  // of a Bytes or Text read, whose conversion is never kept here
+  } where;
+  union {
+    double scale;
+    uint64_t offsetBits;  // the offset truncated, at scale one
+    double value;
+    StringSlot* text;
+  } a;
+  double offset;
+  // A word read is (word << up) >> down: the field's bits moved to the top,
+  // then down to bit 0. down is 64 less the field's length, 1 to 64, which
+  // is also the coding's length.
+  uint16_t wordBase;
+  uint8_t up;
+  uint8_t down;
+  FieldRead read;
+  Conversion conversion;
+  FieldStep step;
+  uint8_t rangeFlags;
+};
+static_assert(sizeof(PlannedField) == 64, "a planned field fills one cache line");
+
+struct TriggeringPlan {
+  Accelerator head;
+  // Set when the triggering's frame reaches into another database: then the
+  // plan only says so, and the walk reads the nodes.
+  bool walkNodes;
+  FrameTriggering* triggering;
+  // The message matches if (identifier AND mask) = code, if the frame types
+  // agree (unless eitherType), the CAN FD flags agree and its length is
+  // frameLength.
+  uint32_t mask;
+  uint32_t code;
+  uint32_t flags;
+  bool eitherType;
+  int64_t frameLength;  // -1: no frame, nothing matches
+  uint64_t fieldCount;
+  const PlannedField* fields;
+};
+
+// The entry's plan, built now if no reader has done so since the last
+// change; null when the database's room is full or the nodes must be walked.
+const TriggeringPlan* planOf(Q9Db* db, const TriggeringIndexEntry& entry);
+
+inline bool planMatches(const TriggeringPlan& plan, uint32_t identifier, uint32_t flags, uint64_t length) {
+  if ((identifier & plan.mask) != plan.code) return false;
+  if (!plan.eitherType && ((plan.flags ^ flags) & Q9_FLAG_CANEXTENDED)) return false;
+  if ((plan.flags ^ flags) & Q9_FLAG_CANFD_FRAME) return false;
+  return plan.frameLength >= 0 && uint64_t(plan.frameLength) == length;
+}
+
+// The value of a word-read field; the payload holds the frame's length.
+inline uint64_t readPlannedWord(const PlannedField& f, const uint8_t* payload) {
+  const uint64_t word =
+      f.read == FieldRead::LittleWord ? loadWordLittleEndian(payload + f.wordBase) : loadWordBigEndian(payload + f.wordBase);
+  return (word << f.up) >> f.down;
+}
+
+// Q9Db_internalToPhysical by a field whose conversion is compiled: the same
+// value, status and record as by the nodes.
+inline HRESULT convertPlanned(const PlannedField& f, uint64_t raw, Q9DbPhysicalValue& v) {
+  if (f.conversion == Conversion::Shared) return convertCompiled(*f.by.shared, raw, v);
+  v.computation = nullptr;
+  v.text = nullptr;
+  // The coding's length is the field's: cut to it, or sign-extended from it.
+  double x;
+  if (f.conversion == Conversion::Unsigned) {
+    v.valueType = Q9_VALUETYPE_UINT64;
+    v.value.u = (raw << f.down) >> f.down;
+    x = double(v.value.u);
+  } else {
+    v.valueType = Q9_VALUETYPE_INT64;
+    v.value.i = int64_t(raw << f.down) >> f.down;
+    x = double(v.value.i);
+  }
+  if (f.step == FieldStep::None || !limitsHold(f.where.range.lower, f.where.range.upper, f.rangeFlags, x))
+    return S_FALSE;
+  v.computation = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(f.by.computation));
+  switch (f.step) {
+    case FieldStep::Text: v.text = reinterpret_cast<Q9DbStringSlot*>(f.a.text); break;
+    case FieldStep::Value:
+      v.valueType = Q9_VALUETYPE_DOUBLE;
+      v.value.d = f.a.value;
+      break;
+    case FieldStep::Scale: {
+      const double product = x * f.a.scale;
+      v.valueType = Q9_VALUETYPE_DOUBLE;
+      v.value.d = product + f.offset;
+      break;
+    }
+    case FieldStep::Offset:
+      // At scale one integers stay integers; the offset is truncated.
+      v.value.u += f.a.offsetBits;
+      if (v.valueType == Q9_VALUETYPE_UINT64 && int64_t(f.a.offsetBits) < 0 && (v.value.u >> 63))
+        v.valueType = Q9_VALUETYPE_INT64;
+      break;
+    case FieldStep::Other: return S_FALSE;
+    default: break;
+  }
+  return S_OK;
+}
+
+// A walk over a plan's fields, kept in the four words of a Q9DbCursor.
+struct PlannedWalk {
+  const TriggeringPlan* plan;
+  const void* mode;  // &kPlannedWalk; a list walk holds its layout here
+  const PlannedField* next;
+  const PlannedField* end;
+};
+static_assert(sizeof(PlannedWalk) == sizeof(Q9DbCursor), "a planned walk fills a Q9DbCursor");
+
+inline constexpr char kPlannedWalk = 0;
+
+// A walk over all fields, or over none.
+inline void startPlannedWalk(Q9DbCursor& cursor, const TriggeringPlan& plan, bool all) {
+  const PlannedField* end = plan.fields + plan.fieldCount;
+  const PlannedWalk walk{&plan, &kPlannedWalk, all ? plan.fields : end, end};
+  std::memcpy(&cursor, &walk, sizeof walk);
+}
+
+inline bool isPlannedWalk(const Q9DbCursor& cursor) { return cursor.layout == &kPlannedWalk; }
+
+}  // namespace q9

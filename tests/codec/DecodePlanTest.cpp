@@ -1,0 +1,274 @@
+// The decoder's compiled plans against the walk over the nodes: the same
+// signals, raw and physical values for every kind of field and coding, and
+// a change to the database seen by the very next decode.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <thread>
+
+#include "DecoderFixture.h"
+#include "store/Accelerators.h"
+
+namespace q9::test {
+namespace {
+
+constexpr int32_t BE = Q9_BYTEORDER_BIGENDIAN;
+using Bytes = std::vector<uint8_t>;
+
+class DecodePlanTest : public DecoderTest {
+ protected:
+  // Every signal of one message with its raw and physical value, whether a
+  // text computation matched and whether any did: "name=raw/physical+text*".
+  std::string decoded(uint32_t identifier, uint32_t flags, const Bytes& payload) {
+    Q9DbDecodeEnum* e = nullptr;
+    EXPECT_EQ(Q9Db_decodeMessage(channel, identifier, flags, payload.size(), payload.data(), &e), S_OK);
+    std::string out;
+    char text[16];
+    Q9DbDecodedSignal s{};
+    s.textCapacity = sizeof text;
+    s.textBuffer = text;
+    while (SUCCEEDED(Q9Db_decodeNextFrametriggering(e, nullptr))) {
+      HRESULT kind;
+      while (SUCCEEDED(kind = Q9Db_decodeNextSignal(e, nullptr, &s))) {
+        out += " " + narrow(as<ElementId>(s.signal)->eid) + "=";
+        if (kind == Q9_ASCIISIGNAL) {
+          out += "'" + std::string(text, s.textLength) + "'";
+          continue;
+        }
+        Q9DbPhysicalValue v;
+        std::memset(&v, 0xAB, sizeof v);  // what a failure leaves unwritten shows
+        const HRESULT hr = Q9Db_internalToPhysical(s.signal, s.value, &v);
+        char16_t printed[64] = {};
+        Q9Db_valueToString(&v, printed, 64);
+        char raw[24];
+        std::snprintf(raw, sizeof raw, "%llX/", static_cast<unsigned long long>(s.value));
+        out += raw + narrow(printed) + (v.text ? "+text" : "") + (hr == S_OK ? "*" : "");
+      }
+    }
+    Q9Db_destroyDecodeEnum(e);
+    return out;
+  }
+
+  // The same message decoded over the nodes (the room full, so that no plan
+  // can be built) and by plans; the two must agree.
+  std::string bothWays(uint32_t identifier, uint32_t flags, const Bytes& payload) {
+    noteChange(db());
+    while (claimAccelerator(db(), 1024)) {
+    }
+    while (claimAccelerator(db(), 16)) {
+    }
+    const std::string byNodes = decoded(identifier, flags, payload);
+    noteChange(db());
+    const std::string byPlans = decoded(identifier, flags, payload);
+    EXPECT_EQ(byPlans, byNodes) << std::hex << identifier;
+    return byPlans;
+  }
+
+  Q9DbNode* compute(Q9DbNode* signal, Q9DbNode* computation, double lower, double upper, uint32_t flags = 3) {
+    Q9DbNode* coding = nullptr;
+    Q9Db_getReference(signal, &coding);
+    if (lower <= upper) Q9Db_addRange(computation, lower, upper, flags);
+    Q9Db_addInternalToPhysicalComputations(coding, 1, &computation);
+    return computation;
+  }
+  Q9DbNode* linear(double scale, double offset) {
+    Q9DbNode* c = nullptr;
+    Q9Db_createLinearComputation(handle, nullptr, scale, offset, &c);
+    return c;
+  }
+  Q9DbNode* text(const char* t) {
+    Q9DbStringSlot* slot = nullptr;
+    Q9Db_stringCreateSlotA(handle, 0, t, &slot);
+    Q9DbNode* c = nullptr;
+    Q9Db_createMappedTextComputation(handle, nullptr, slot, &c);
+    return c;
+  }
+};
+
+// Frames of many lengths with fields of every length, byte order and
+// encoding at random places, and computations of every class: each message
+// decodes by its plan exactly as over the nodes.
+TEST_F(DecodePlanTest, PlansDecodeAsTheNodesDo) {
+  uint64_t state = 7;
+  auto next = [&](uint64_t n) {
+    state = state * 6364136223846793005ull + 1442695040888963407ull;
+    return (state >> 33) % n;
+  };
+  const uint32_t encodings[] = {Q9_ENCODING_DIRECT, Q9_ENCODING_DIRECT | Q9_ENCODING_SIGNED, Q9_ENCODING_1COMPL,
+                                Q9_ENCODING_2COMPL, Q9_ENCODING_IEEE, Q9_ENCODING_PACKED_BCD, Q9_ENCODING_ASCII};
+  const int32_t lengths[] = {1, 3, 5, 7, 8, 9, 12, 16, 24, 32, 33, 64};
+  std::vector<uint64_t> frameLengths;
+  for (uint32_t m = 0; m < 24; ++m) {
+    const int32_t frameLength = int32_t(1 + next(20));
+    frameLengths.push_back(uint64_t(frameLength));
+    Q9DbNode* pdu = signalPdu(frame(fresh(), frameLength, 0x100 + m), int32_t(next(3) * 8));
+    for (int i = 0; i < 6; ++i) {
+      const int32_t length = lengths[next(12)];
+      const int32_t order = next(2) ? BE : Q9_BYTEORDER_LITTLEENDIAN;
+      Q9DbNode* s = field(fresh(), pdu, int32_t(next(8 * uint64_t(frameLength))), length, order,
+                          encodings[next(length % 8 ? 4 : 7)]);
+      switch (next(7)) {
+        case 0: compute(s, linear(0.5, -3), -1e9, 1e9); break;
+        case 1: compute(s, linear(1, -40), 0, double(next(300)), uint32_t(next(4))); break;
+        case 2:
+          compute(s, text("low"), 0, 3);
+          compute(s, text("high"), 4, 1e30);
+          break;
+        case 3: compute(s, linear(2, 0), 1, 0); break;  // no range: never applies
+        case 4: {
+          Q9DbNode* c = nullptr;
+          Q9Db_createMappedValueComputation(handle, nullptr, 42, &c);
+          compute(s, c, 0, 10);
+          break;
+        }
+        case 5: {
+          Q9DbNode* c = nullptr;
+          Q9Db_createIdentityComputation(handle, nullptr, &c);
+          compute(s, c, 10, 20, 0);
+          Q9Db_addRange(c, 0, 5, 1);
+          break;
+        }
+        default: break;
+      }
+    }
+  }
+  for (int round = 0; round < 200; ++round) {
+    const uint32_t m = uint32_t(next(24));
+    Bytes payload(next(5) ? frameLengths[m] : 1 + next(20));
+    for (uint8_t& b : payload) b = uint8_t(next(256));
+    bothWays(0x100 + m, 0, payload);
+  }
+}
+
+// A realistic fault of any cache: the database changes after a decode, and
+// the next decode must see the change. Each row changes one link or list;
+// what it links was made before the first decode.
+TEST_F(DecodePlanTest, AChangeIsSeenByTheNextDecode) {
+  struct Spare {
+    Q9DbNode *frame, *pdu, *s, *instance, *triggering;  // decoded at first
+    Q9DbNode *signal4, *coding2c, *scale, *rangeless, *looseInstance, *loosePlacement, *otherFrame, *looseTriggering;
+  };
+  struct Row {
+    const char* what;
+    std::function<void(const Spare&)> change;
+    const char* after;
+  };
+  const Row rows[] = {
+      {"nothing", [](const Spare&) {}, " s=F2/0xF2"},
+      {"instance to another signal", [](const Spare& n) { Q9Db_setReference(n.instance, n.signal4); }, " t=2/0x2"},
+      {"instance to another signal, by setSignal", [](const Spare& n) { Q9Db_setSignal(n.instance, n.signal4); },
+       " t=2/0x2"},
+      {"signal to another coding", [](const Spare& n) { Q9Db_setReference(n.s, n.coding2c); }, " s=F2/-14"},
+      {"a computation added",
+       [](const Spare& n) {
+         Q9DbNode* coding = nullptr;
+         Q9Db_getReference(n.s, &coding);
+         Q9Db_addInternalToPhysicalComputations(coding, 1, &n.scale);
+       },
+       " s=F2/121.000*"},
+      {"a range added to a computation that had none", [](const Spare& n) { Q9Db_addRange(n.rangeless, 0, 1000, 0); },
+       " s=F2/485.000*"},
+      {"a signal instance added", [](const Spare& n) { Q9Db_addSignalInstances(n.pdu, 1, &n.looseInstance); },
+       " s=F2/0xF2 u=34/0x34"},
+      {"a PDU instance added", [](const Spare& n) { Q9Db_addPDUInstances(n.frame, 1, &n.loosePlacement); },
+       " s=F2/0xF2 v=4/0x4"},
+      {"the triggering to another frame", [](const Spare& n) { Q9Db_setFrame(n.triggering, n.otherFrame); },
+       " w=3/0x3"},
+      {"a second triggering of the identifier",
+       [this](const Spare& n) { Q9Db_addFrameTriggerings(channel, 1, &n.looseTriggering); }, " s=F2/0xF2 s=F2/0xF2"},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.what);
+    Q9Db_destroy(handle);
+    ASSERT_EQ(Q9Db_create(u"db", &handle), S_OK);
+    ASSERT_EQ(Q9Db_createChannel(handle, u"ch", nullptr, &channel), S_OK);
+    Spare n{};
+    Q9Db_createFrame(handle, fresh(), 2, &n.frame);
+    Q9Db_createIdentifierBasedTriggering(handle, nullptr, 0x55, 0, n.frame, nullptr, channel, &n.triggering);
+    n.pdu = signalPdu(n.frame);
+    n.s = signal(u"s", 8);
+    n.instance = place(n.s, n.pdu, 0);
+    n.signal4 = signal(u"t", 4);
+    Q9Db_createCoding(handle, fresh(), 8, Q9_ENCODING_2COMPL, nullptr, &n.coding2c);
+    n.scale = linear(0.5, 0);
+    Q9Db_addRange(n.scale, 0, 255, 3);
+    n.rangeless = compute(n.s, linear(2, 1), 1, 0);
+    Q9Db_createSignalInstance(handle, fresh(), 0, 8, -1, signal(u"u", 8), nullptr, &n.looseInstance);
+    Q9DbNode* vPdu = nullptr;
+    Q9Db_createSignalPDU(handle, fresh(), 8, nullptr, &vPdu);
+    place(signal(u"v", 4), vPdu, 0);
+    Q9Db_createPDUInstance(handle, fresh(), 0, 8, -1, vPdu, nullptr, &n.loosePlacement);
+    Q9Db_createFrame(handle, fresh(), 2, &n.otherFrame);
+    field(u"w", signalPdu(n.otherFrame), 12, 4);
+    Q9Db_createIdentifierBasedTriggering(handle, nullptr, 0x55, 0, n.frame, nullptr, nullptr, &n.looseTriggering);
+
+    const Bytes payload = {0xF2, 0x34};
+    ASSERT_EQ(decoded(0x55, 0, payload), " s=F2/0xF2");
+    r.change(n);
+    EXPECT_EQ(decoded(0x55, 0, payload), r.after);
+  }
+}
+
+// Between a signal's delivery and the question for its physical value the
+// database may change; the answer follows the change.
+TEST_F(DecodePlanTest, APhysicalValueAfterAChangeFollowsIt) {
+  Q9DbNode* s = field(u"s", signalPdu(frame(u"F", 8, 1)), 0, 8);
+  const uint8_t payload[8] = {10};
+  Q9DbDecodeEnum* e = nullptr;
+  Q9DbDecodedSignal d{};
+  ASSERT_EQ(Q9Db_decodeMessage(channel, 1, 0, 8, payload, &e), S_OK);
+  ASSERT_EQ(Q9Db_decodeNextFrametriggering(e, nullptr), S_OK);
+  ASSERT_EQ(Q9Db_decodeNextSignal(e, nullptr, &d), Q9_NUMERICSIGNAL);
+  Q9Db_destroyDecodeEnum(e);
+  Q9DbPhysicalValue v;
+  ASSERT_EQ(Q9Db_internalToPhysical(s, d.value, &v), S_FALSE);
+  compute(s, linear(3, 0), 0, 100);
+  ASSERT_EQ(Q9Db_internalToPhysical(s, d.value, &v), S_OK);
+  EXPECT_EQ(v.valueType, uint32_t(Q9_VALUETYPE_DOUBLE));
+  EXPECT_EQ(v.value.d, 30.0);
+  EXPECT_EQ(Q9Db_internalToPhysical(nullptr, d.value, &v), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_internalToPhysical(s, d.value, nullptr), E_INVALIDARG);
+}
+
+// A plan is taken away by changes to its own database only, so a frame
+// that reaches into another database is decoded over the nodes, and a
+// change there is seen too.
+TEST_F(DecodePlanTest, FramesReachingIntoAnotherDatabase) {
+  Q9DbNode* other = nullptr;
+  ASSERT_EQ(Q9Db_create(u"other", &other), S_OK);
+  Q9DbNode *coding = nullptr, *s = nullptr, *instance = nullptr, *scale = nullptr;
+  Q9Db_createCoding(other, u"c", 8, Q9_ENCODING_DIRECT, nullptr, &coding);
+  Q9Db_createSignal(other, u"remote", 0, 0, 0, 0, coding, &s);
+  Q9Db_createSignalInstance(handle, u"i", 0, 0, -1, s, signalPdu(frame(u"F", 1, 1)), &instance);
+  EXPECT_EQ(decoded(1, 0, {7}), " remote=7/0x7");
+  Q9Db_createLinearComputation(other, nullptr, 2, 0, &scale);
+  Q9Db_addRange(scale, 0, 255, 3);
+  Q9Db_addInternalToPhysicalComputations(coding, 1, &scale);
+  EXPECT_EQ(decoded(1, 0, {7}), " remote=7/14.000*");
+  Q9Db_destroy(other);
+}
+
+// Readers build plans at the same time; every walk gives the same answer.
+TEST_F(DecodePlanTest, ConcurrentWalksAgree) {
+  for (uint32_t m = 0; m < 16; ++m) {
+    Q9DbNode* pdu = signalPdu(frame(fresh(), 8, m));
+    for (int32_t i = 0; i < 8; ++i) compute(field(fresh(), pdu, 8 * i, 8), linear(0.5, m), 0, 255);
+  }
+  const Bytes payload = {1, 2, 3, 4, 5, 6, 7, 8};
+  std::vector<std::string> expected(16);
+  for (uint32_t m = 0; m < 16; ++m) expected[m] = bothWays(m, 0, payload);
+  noteChange(db());
+  std::vector<std::thread> threads;
+  std::vector<int> mismatches(4);
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([&, t] {
+      for (int round = 0; round < 50; ++round)
+        for (uint32_t m = 0; m < 16; ++m) mismatches[t] += decoded((m + t) % 16, 0, payload) != expected[(m + t) % 16];
+    });
+  for (std::thread& t : threads) t.join();
+  EXPECT_EQ(mismatches, std::vector<int>(4, 0));
+}
+
+}  // namespace
+}  // namespace q9::test
