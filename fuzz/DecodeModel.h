@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "FuzzSupport.h"
+#include "Q9Db.h"
 #include "codec/BitModel.h"
 
 namespace q9::fuzz {
@@ -24,6 +25,7 @@ struct SegmentSpec {
 struct Placement {
   enum Kind { Unknown, Payload, Part } kind = Unknown;
   int32_t bitpos = 0;                // Payload: the PDU instance's position
+  const void* carrier = nullptr;     // Payload: the frame or channel that holds it
   const Placement* outer = nullptr;  // Part: where its multiplexer reads
   std::vector<SegmentSpec> segments;  // Part: big-endian ones of at most 64 bits
 };
@@ -31,13 +33,22 @@ struct Placement {
 struct FieldSpec {
   const Placement* placement;
   int32_t bitpos;
-  int32_t bits;  // signed: negative is big-endian
+  int32_t bits;      // signed: negative is big-endian
+  bool text;         // an ASCII field: passed over without a text buffer
+  bool filteredOut;  // the target's filter rejects it
 };
 
 class MessageModel {
  public:
   MessageModel(const uint8_t* payload, uint64_t length, uint32_t identifierImage)
       : payload_(payload), length_(length), identifier_(identifierImage) {}
+
+  // Whether a field of a PDU placed in the payload is readable from this
+  // message, and so must come once for each match of its carrier.
+  bool readableInPayload(const FieldSpec& f) const {
+    const int64_t pos = int64_t(f.bitpos) + f.placement->bitpos;
+    return f.bitpos >= 0 && pos <= UINT32_MAX && test::fieldInside(length_, uint32_t(pos), f.bits);
+  }
 
   // The delivered value or text against the model; an unknown placement
   // passes.

@@ -47,9 +47,15 @@ class Network {
     loopFrame();
     modelled_ = true;
     channelPdus();
-    check(Q9Db_createIdListFilterW(db, Q9_FILTERMODE_INVERTED, u"s_plain_le12\0s_mux_static\0", &filter),
-          "filter");
+    check(Q9Db_createIdListFilterW(db, Q9_FILTERMODE_INVERTED, kFilterIds, &filter), "filter");
   }
+
+  // The instance ids and the signal ids that the filter lists; it is an
+  // inverted filter, which passes a signal when it passes its instance.
+  static constexpr const char* kFilteredOut = "plain_le12";
+  static constexpr const char16_t* kFilterIds = u"s_plain_le12\0i_plain_le12\0s_mux_static\0";
+
+  const std::map<Q9DbNode*, FieldSpec>& fields() const { return fields_; }
 
   // Where a signal instance reads, or null when it isn't modelled.
   const FieldSpec* fieldOf(Q9DbNode* instance) const {
@@ -93,11 +99,11 @@ class Network {
     if (Q9Db_getNodeType(carrier) == Q9_NODETYPE_MultiplexedPart) {
       check(Q9Db_setReference(carrier, pdu), "part reference");
       const PartOf& part = parts_.at(carrier);
-      placement = Placement{Placement::Part, 0, placements_.at(part.mux), part.segments};
+      placement = Placement{Placement::Part, 0, nullptr, placements_.at(part.mux), part.segments};
     } else {
       Q9DbNode* instance = nullptr;
       check(Q9Db_createPDUInstance(db, id(fresh("pi")), LE, bitpos, -1, pdu, carrier, &instance), "PDU instance");
-      placement = Placement{Placement::Payload, bitpos, nullptr, {}};
+      placement = Placement{Placement::Payload, bitpos, carrier, nullptr, {}};
     }
     if (!modelled_) placement = Placement{};
     placementStore_.push_back(placement);
@@ -161,7 +167,8 @@ class Network {
     check(Q9Db_createSignalInstance(db, id(std::string("i_") + name), order, bitpos, -1, signal, pdu,
                                     &instance),
           name);
-    fields_[instance] = FieldSpec{placements_.at(pdu), bitpos, order == BE ? -bitlen : bitlen};
+    fields_[instance] = FieldSpec{placements_.at(pdu), bitpos, order == BE ? -bitlen : bitlen,
+                                  encoding == Q9_ENCODING_ASCII, std::strcmp(name, kFilteredOut) == 0};
   }
 
   // Every encoding and both byte orders in a classic 8-byte frame.
@@ -344,18 +351,21 @@ void decodeOne(q9::fuzz::InputReader& in) {
   const Q9DbFilter* filter = (options & 1) ? net.filter : nullptr;
   q9::fuzz::MessageModel model(payload.get(), length, identifier << ((flags & Q9_FLAG_CANEXTENDED) ? 3 : 21));
   uint64_t delivered = 0;
+  std::map<Q9DbNode*, int> seen;
   for (int stage = 0;; ++stage) {
     Q9DbNode* triggering = nullptr;
     const HRESULT found = Q9Db_decodeNextFrametriggering(walk, &triggering);
     if (found == Q9_E_NOT_FOUND) break;
     if (found != S_OK && found != S_FALSE) violated("the triggering walk failed");
     if (stage > 16) violated("more matches than the channel has triggerings");
+    seen.clear();
     Q9DbDecodedSignal s{};
     s.textCapacity = textCapacity;
     s.textBuffer = text.get();
     HRESULT kind;
     while ((kind = Q9Db_decodeNextSignal(walk, filter, &s)) == Q9_NUMERICSIGNAL || kind == Q9_ASCIISIGNAL) {
       if (++delivered > 200000) violated("the walk doesn't end");
+      ++seen[s.instance];
       if (s.triggering != triggering) violated("a signal of another triggering");
       if (const FieldSpec* f = net.fieldOf(s.instance)) model.check(*f, kind, s.value, s.textBuffer, s.textLength);
       if (kind == Q9_ASCIISIGNAL) {
@@ -365,6 +375,15 @@ void decodeOne(q9::fuzz::InputReader& in) {
       }
     }
     if (kind != Q9_E_NOT_FOUND) violated("a signal walk ended with a failure");
+    // Every readable field of the PDUs placed in this frame (or on the
+    // channel) came once, and no other.
+    Q9DbNode* carrier = net.channel;
+    if (triggering) Q9Db_getFrame(triggering, &carrier);
+    for (const auto& [instance, f] : net.fields()) {
+      if (f.placement->kind != Placement::Payload || f.placement->carrier != carrier) continue;
+      const bool expected = model.readableInPayload(f) && !(f.text && !textCapacity) && !(filter && f.filteredOut);
+      if (seen[instance] != int(expected)) violated(expected ? "a readable field didn't come" : "a field came that can't");
+    }
     if (found == S_FALSE) {
       if (Q9Db_decodeNextSignal(walk, filter, &s) != Q9_E_NOT_FOUND) violated("signals after the end");
     }

@@ -122,7 +122,7 @@ minimise() {
     > "$build/merged/$t.log" 2>&1 || { tail -20 "$build/merged/$t.log" >&2; die "merge failed"; }
   rm -rf "$source_dir/fuzz/corpus/$t"
   mv "$merged" "$source_dir/fuzz/corpus/$t"
-  echo "fuzz/corpus/$t: $(ls "$source_dir/fuzz/corpus/$t" | wc -l) inputs, $(du -sh "$source_dir/fuzz/corpus/$t" | cut -f1)"
+  echo "fuzz/corpus/$t: $(ls "$source_dir/fuzz/corpus/$t" | wc -l) inputs, $(du -s --apparent-size -k "$source_dir/fuzz/corpus/$t" | cut -f1) KB"
 }
 
 case ${1:-} in
