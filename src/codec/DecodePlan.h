@@ -3,7 +3,9 @@
 // order of the walk, each in one cache line with where its field lies in a
 // payload of the frame's length, how to take it out and, for the usual
 // codings, how its raw value becomes the physical value. A multiplexed PDU
-// stays a step of its own, which the walk over the nodes decodes.
+// is a table from switch codes to its parts, each with its segments and its
+// signals; one whose parts hold further multiplexed PDUs stays a step that
+// the walk over the nodes decodes.
 //
 // The first decoder that meets an indexed triggering after a change builds
 // its plan (see Accelerators.h); the walk then reads the plan and the payload
@@ -25,6 +27,7 @@ enum class FieldRead : uint8_t {
   Bytes,       // the general read, for short frames and 9-byte fields
   Text,        // an ASCII signal into the client's buffer
   Pdu,         // a multiplexed PDU, walked over the nodes
+  Mux,         // a multiplexed PDU by its MuxPlan
 };
 
 // How a field's raw value becomes its physical value.
@@ -38,12 +41,15 @@ enum class Conversion : uint8_t {
 // The one step of a conversion kept in the field, with its one range.
 enum class FieldStep : uint8_t { None, Identity, Text, Value, Scale, Offset, Other };
 
+struct MuxPlan;
+
 struct PlannedField {
-  const ObjectBase* node;  // the signal instance, or the PDU instance of a Pdu step
+  const ObjectBase* node;  // the signal instance, or the PDU instance of a Pdu or Mux step
   const Signal* signal;
   union {
     const ObjectBase* computation;  // of the step
     const CompiledDecoding* shared;
+    const MuxPlan* mux;
   } by;
   union {
     struct {
@@ -75,6 +81,57 @@ struct PlannedField {
   uint8_t rangeFlags;
 };
 static_assert(sizeof(PlannedField) == 64, "a planned field fills one cache line");
+
+// One segment of a part's image: bits copied from the payload or the
+// identifier image to bit dest of the image.
+struct PlannedSegment {
+  uint32_t pos;
+  int32_t bits;  // negative for big-endian
+  uint32_t dest;
+  bool fromIdentifier;
+};
+
+// A part of a multiplexed PDU that the walk decodes: its signals read the
+// image its segments make (in a buffer of Q9_DECODE_BUFFER_SIZE bytes), or
+// the payload itself when it has no segments.
+struct PartPlan {
+  const PlannedField* fields;
+  uint64_t fieldCount;
+  const PlannedSegment* segments;
+  uint64_t segmentCount;
+  bool image;
+};
+
+enum class SwitchRead : uint8_t {
+  Zero,        // no switch, or one below the identifier image: code 0
+  Field,       // switchField in the payload
+  Identifier,  // switchField's position in the identifier image
+  Unreadable,  // no code: no dynamic part
+};
+
+struct MuxPlan {
+  PlannedField switchField;
+  SwitchRead switchRead;
+  uint64_t partCount;
+  const uint32_t* codes;           // ascending
+  const PartPlan* const* parts;    // by code; null for a part that can't be decoded
+  const PartPlan* elsePart;        // when no code matches; may be null
+  const PartPlan* staticPart;      // first of all; may be null
+};
+
+// The part the switch selects: by its code, else the else part; null for none.
+inline const PartPlan* selectedPart(const MuxPlan& mux, uint32_t code) {
+  uint64_t low = 0, high = mux.partCount;
+  while (low < high) {
+    const uint64_t mid = (low + high) / 2;
+    if (mux.codes[mid] == code) return mux.parts[mid];
+    if (mux.codes[mid] < code)
+      low = mid + 1;
+    else
+      high = mid;
+  }
+  return mux.elsePart;
+}
 
 struct TriggeringPlan {
   Accelerator head;
@@ -155,6 +212,17 @@ inline HRESULT convertPlanned(const PlannedField& f, uint64_t raw, Q9DbPhysicalV
   }
   return S_OK;
 }
+
+// A walk over the fields of a multiplexed PDU's parts, kept in the four
+// words of the walk's instance cursor: the part under way, the one to follow,
+// and where the part's fields read.
+struct PartWalk {
+  const PlannedField* next;
+  const PlannedField* end;
+  const PartPlan* pending;
+  const uint8_t* source;
+};
+static_assert(sizeof(PartWalk) == sizeof(Q9DbCursor), "a part walk fills a Q9DbCursor");
 
 // A walk over a plan's fields, kept in the four words of a Q9DbCursor.
 struct PlannedWalk {

@@ -150,15 +150,19 @@ inline void deliverValue(const Q9DbDecodeEnum& e, const PlannedField& f, uint64_
   if (f.conversion != Conversion::None) noteDelivered(f);
 }
 
-// Puts a planned field into out with its kind; false when it is passed over.
-bool deliverPlanned(const Q9DbDecodeEnum& e, const PlannedField& f, Q9DbDecodedSignal& out, HRESULT& kind) {
+// Puts a planned field, read from source, into out with its kind; false when
+// it is passed over.
+bool deliverPlanned(const Q9DbDecodeEnum& e, const PlannedField& f, const uint8_t* source, Q9DbDecodedSignal& out,
+                    HRESULT& kind) {
   if (e.filter && !passesFilter(e.filter, f.signal, as<SignalInstance>(f.node))) return false;
   switch (f.read) {
     case FieldRead::LittleWord:
-    case FieldRead::BigWord: deliverValue(e, f, readPlannedWord(f, e.payload), out); break;
-    case FieldRead::Bytes:
-      deliverValue(e, f, readFieldInside(e.payload, e.length, f.where.at.pos, f.where.at.bits), out);
+    case FieldRead::BigWord: deliverValue(e, f, readPlannedWord(f, source), out); break;
+    case FieldRead::Bytes: {
+      const uint64_t size = entrySource(e, Q9DbDecodeStackEntry{0, nullptr, 0, source, {}}).size;
+      deliverValue(e, f, readFieldInside(source, size, f.where.at.pos, f.where.at.bits), out);
       break;
+    }
     default: {
       if (!out.textBuffer) return false;
       out.value = 0;
@@ -166,7 +170,7 @@ bool deliverPlanned(const Q9DbDecodeEnum& e, const PlannedField& f, Q9DbDecodedS
       out.instance = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(f.node));
       out.signal = reinterpret_cast<Q9DbNode*>(const_cast<Signal*>(f.signal));
       // Taken as a value image, so a big-endian text arrives last byte first.
-      Q9bit_extract(reinterpret_cast<uint8_t*>(out.textBuffer), e.payload, out.textCapacity, f.where.at.pos,
+      Q9bit_extract(reinterpret_cast<uint8_t*>(out.textBuffer), source, out.textCapacity, f.where.at.pos,
                     f.where.at.bits);
       out.textLength = std::min(out.textCapacity, f.where.at.textBytes);
       kind = Q9_ASCIISIGNAL;
@@ -177,27 +181,90 @@ bool deliverPlanned(const Q9DbDecodeEnum& e, const PlannedField& f, Q9DbDecodedS
   return true;
 }
 
+// Where the fields of a part read: the payload, or the part's image
+// assembled in the buffer of stack entry `entry`.
+const uint8_t* partSource(Q9DbDecodeEnum& e, const PartPlan& part, uint32_t entry) {
+  if (!part.image) return e.payload;
+  uint8_t* image = e.stack[entry].buffer;
+  std::memset(image, 0, Q9_DECODE_BUFFER_SIZE);
+  const IdentifierImage id(e.identifierImage);
+  for (uint64_t i = 0; i < part.segmentCount; ++i) {
+    const PlannedSegment& s = part.segments[i];
+    Q9bit_copy(image, Q9_DECODE_BUFFER_SIZE, s.dest, int32_t(fieldLength(s.bits)), s.fromIdentifier ? id.bytes : e.payload,
+               s.pos, s.bits);
+  }
+  return image;
+}
+
+// The switch code, or false when this message has none.
+bool readSwitch(const Q9DbDecodeEnum& e, const MuxPlan& mux, uint32_t* code) {
+  const PlannedField& f = mux.switchField;
+  switch (mux.switchRead) {
+    case SwitchRead::Zero: *code = 0; return true;
+    case SwitchRead::Field:
+      *code = uint32_t(f.read == FieldRead::Bytes ? readFieldInside(e.payload, e.length, f.where.at.pos, f.where.at.bits)
+                                                  : readPlannedWord(f, e.payload));
+      return true;
+    case SwitchRead::Identifier: {
+      const IdentifierImage id(e.identifierImage);
+      *code = uint32_t(readFieldInside(id.bytes, sizeof id.bytes, f.where.at.pos, f.where.at.bits));
+      return true;
+    }
+    default: return false;
+  }
+}
+
+// The walk over a multiplexed PDU's parts: the static part's signals first,
+// then those of the part the switch selects.
+PartWalk startParts(Q9DbDecodeEnum& e, const MuxPlan& mux) {
+  uint32_t code = 0;
+  const PartPlan* selected = readSwitch(e, mux, &code) ? selectedPart(mux, code) : nullptr;
+  const PartPlan* first = mux.staticPart ? mux.staticPart : selected;
+  if (!first) return PartWalk{};
+  return {first->fields, first->fields + first->fieldCount, first == selected ? nullptr : selected,
+          partSource(e, *first, 0)};
+}
+
 enum class PlannedStep { Delivered, Pushed, Ended };
 
 // The next field of a planned walk: a signal delivered into out, a
 // multiplexed PDU instance pushed for the walk over the nodes, or the end.
 PlannedStep nextPlanned(Q9DbDecodeEnum& e, Q9DbDecodedSignal& out, HRESULT& kind) {
   PlannedWalk walk;
+  PartWalk part;
   std::memcpy(&walk, &e.pduWalk, sizeof walk);
+  std::memcpy(&part, &e.instanceWalk, sizeof part);
   PlannedStep step = PlannedStep::Ended;
-  while (walk.next != walk.end) {
+  for (;;) {
+    if (part.next != part.end) {
+      if (deliverPlanned(e, *part.next++, part.source, out, kind)) {
+        step = PlannedStep::Delivered;
+        break;
+      }
+      continue;
+    }
+    if (const PartPlan* pending = part.pending) {
+      part = {pending->fields, pending->fields + pending->fieldCount, nullptr, partSource(e, *pending, 1)};
+      continue;
+    }
+    if (walk.next == walk.end) break;
     const PlannedField& f = *walk.next++;
     if (f.read == FieldRead::Pdu) {
       pushPduInstance(e, f.node);
       step = PlannedStep::Pushed;
       break;
     }
-    if (deliverPlanned(e, f, out, kind)) {
+    if (f.read == FieldRead::Mux) {
+      part = startParts(e, *f.by.mux);
+      continue;
+    }
+    if (deliverPlanned(e, f, e.payload, out, kind)) {
       step = PlannedStep::Delivered;
       break;
     }
   }
   std::memcpy(&e.pduWalk, &walk, sizeof walk);
+  std::memcpy(&e.instanceWalk, &part, sizeof part);
   return step;
 }
 
@@ -219,8 +286,12 @@ __attribute__((noinline)) HRESULT nextSignal(Q9DbDecodeEnum* e, const Q9DbFilter
   e->filter = filter;
   for (;;) {
     HRESULT kind = Q9_NUMERICSIGNAL;
-    // An empty stack has no instance walk left.
-    if (e->depth && nextOfStack(*e, *out, kind)) return kind;
+    // An empty stack has no instance walk left; in a planned walk the
+    // cursor then holds the walk over multiplexed parts, none yet.
+    if (e->depth) {
+      if (nextOfStack(*e, *out, kind)) return kind;
+      if (isPlannedWalk(e->pduWalk)) endWalk(e->instanceWalk);
+    }
     if (isPlannedWalk(e->pduWalk)) {
       const PlannedStep step = nextPlanned(*e, *out, kind);
       if (step == PlannedStep::Delivered) return kind;
@@ -303,14 +374,26 @@ Q9DB_API HRESULT Q9Db_decodeNextFrametriggering(Q9DbDecodeEnum* e, Q9DbNode** ou
 Q9DB_API HRESULT Q9Db_decodeNextSignal(Q9DbDecodeEnum* e, const Q9DbFilter* filter, Q9DbDecodedSignal* out) {
   // The usual step, a word of a planned walk without a filter, takes no call.
   if (e && out && !filter && e->magic == kDecodeMagic && e->depth == 0 && isPlannedWalk(e->pduWalk)) {
-    PlannedWalk walk;
-    std::memcpy(&walk, &e->pduWalk, sizeof walk);
-    if (walk.next != walk.end && walk.next->read <= FieldRead::BigWord) {
-      e->filter = nullptr;
-      const PlannedField& f = *walk.next++;
-      std::memcpy(&e->pduWalk, &walk, sizeof walk);
-      deliverValue(*e, f, readPlannedWord(f, e->payload), *out);
-      return Q9_NUMERICSIGNAL;
+    PartWalk part;
+    std::memcpy(&part, &e->instanceWalk, sizeof part);
+    if (part.next != part.end) {
+      if (part.next->read <= FieldRead::BigWord) {
+        e->filter = nullptr;
+        const PlannedField& f = *part.next++;
+        std::memcpy(&e->instanceWalk, &part, sizeof part);
+        deliverValue(*e, f, readPlannedWord(f, part.source), *out);
+        return Q9_NUMERICSIGNAL;
+      }
+    } else if (!part.pending) {
+      PlannedWalk walk;
+      std::memcpy(&walk, &e->pduWalk, sizeof walk);
+      if (walk.next != walk.end && walk.next->read <= FieldRead::BigWord) {
+        e->filter = nullptr;
+        const PlannedField& f = *walk.next++;
+        std::memcpy(&e->pduWalk, &walk, sizeof walk);
+        deliverValue(*e, f, readPlannedWord(f, e->payload), *out);
+        return Q9_NUMERICSIGNAL;
+      }
     }
   }
   return nextSignal(e, filter, out);

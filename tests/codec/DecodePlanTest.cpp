@@ -87,8 +87,9 @@ class DecodePlanTest : public DecoderTest {
 };
 
 // Frames of many lengths with fields of every length, byte order and
-// encoding at random places, and computations of every class: each message
-// decodes by its plan exactly as over the nodes.
+// encoding at random places, computations of every class and multiplexed
+// PDUs of every shape: each message decodes by its plan exactly as over the
+// nodes.
 TEST_F(DecodePlanTest, PlansDecodeAsTheNodesDo) {
   uint64_t state = 7;
   auto next = [&](uint64_t n) {
@@ -133,11 +134,39 @@ TEST_F(DecodePlanTest, PlansDecodeAsTheNodesDo) {
       }
     }
   }
-  for (int round = 0; round < 200; ++round) {
-    const uint32_t m = uint32_t(next(24));
+  // Multiplexed frames: switches in the payload or the identifier, parts
+  // with scattered, big-endian, empty or unreadable segments or none, else
+  // and static parts, now and then a further multiplexed PDU in a part.
+  const uint32_t kStaticCode = kStatic, kElseCode = kElse;
+  for (uint32_t m = 24; m < 48; ++m) {
+    const int32_t frameLength = int32_t(2 + next(10));
+    frameLengths.push_back(uint64_t(frameLength));
+    const int32_t switchLength = int32_t(next(6));
+    const int32_t switchPosition = next(4) ? int32_t(next(8 * uint64_t(frameLength))) : -int32_t(1 + next(40));
+    // Also under a mask, so that the identifier's top bits, which a switch
+    // may read, vary.
+    Q9DbNode* f = frame(fresh(), frameLength, 0x100 + m);
+    Q9DbNode* masked = nullptr;
+    Q9Db_createMaskedIdentifierTriggering(handle, nullptr, 0xFF, m, 0, f, nullptr, channel, &masked);
+    Q9DbNode* mux = muxPdu(f, switchPosition, switchLength, int32_t(next(2) * 8), next(2) ? BE : Q9_BYTEORDER_LITTLEENDIAN);
+    for (uint32_t code : {kStaticCode, 0u, 1u, 2u, kElseCode}) {
+      if (!next(4)) continue;
+      std::vector<SegmentSpec> segments;
+      for (uint64_t n = next(3); n > 0; --n)
+        segments.push_back({next(5) ? int32_t(next(8 * uint64_t(frameLength))) : -int32_t(next(40)),
+                            int32_t(next(20)) - 1, next(2) ? BE : Q9_BYTEORDER_LITTLEENDIAN});
+      Q9DbNode* carrier = part(mux, code, segments);
+      Q9DbNode* pdu = next(16) ? signalPdu(carrier) : muxPdu(carrier, 0, 2);
+      if (Q9Db_getNodeType(pdu) == Q9_NODETYPE_MultiplexedPDU) pdu = signalPdu(part(pdu, kStatic));
+      for (uint64_t n = 1 + next(3); n > 0; --n)
+        field(fresh(), pdu, int32_t(next(48)), lengths[next(8)], next(2) ? BE : Q9_BYTEORDER_LITTLEENDIAN);
+    }
+  }
+  for (int round = 0; round < 600; ++round) {
+    const uint32_t m = uint32_t(next(48));
     Bytes payload(next(5) ? frameLengths[m] : 1 + next(20));
     for (uint8_t& b : payload) b = uint8_t(next(256));
-    bothWays(0x100 + m, 0, payload);
+    bothWays(0x100 + m + (next(3) ? 0 : 0x600), 0, payload);
   }
 }
 
