@@ -1,5 +1,7 @@
 #include "codec/CompiledDecoding.h"
 
+#include <limits>
+
 namespace q9 {
 
 namespace {
@@ -14,11 +16,10 @@ StepKind kindOf(const Computation& c) {
   }
 }
 
-CompiledStep stepOf(const Computation& c, const CompiledRange* ranges, uint32_t rangeCount) {
+CompiledStep stepOf(const Computation& c, const CompiledRange* more) {
   CompiledStep step{};
   step.computation = &c;
-  step.ranges = ranges;
-  step.rangeCount = rangeCount;
+  step.more = more;
   step.kind = kindOf(c);
   if (step.kind == StepKind::Linear) {
     const auto* linear = as<LinearComputation>(&c);
@@ -64,26 +65,41 @@ const CompiledDecoding* compiledDecodingOf(Q9Db* db, Coding& coding) {
   });
   // The block is taken away by the changes to the coding's database only.
   if (foreign || coding.databaseRef != db) return nullptr;
-  const uint64_t size =
-      sizeof(CompiledDecoding) + stepCount * sizeof(CompiledStep) + rangeCount * sizeof(CompiledRange);
+  // The head, the first ranges, the steps, the further ranges.
+  const uint64_t size = sizeof(CompiledDecoding) + stepCount * (sizeof(CompiledRange) + sizeof(CompiledStep)) +
+                        rangeCount * sizeof(CompiledRange);
   Accelerator* block = claimAccelerator(db, size);
   if (!block) return nullptr;
 
   auto* compiled = reinterpret_cast<CompiledDecoding*>(block);
-  auto* steps = reinterpret_cast<CompiledStep*>(compiled + 1);
-  auto* ranges = reinterpret_cast<CompiledRange*>(steps + stepCount);
+  auto* firstRanges = reinterpret_cast<CompiledRange*>(compiled + 1);
+  auto* steps = reinterpret_cast<CompiledStep*>(firstRanges + stepCount);
+  auto* more = reinterpret_cast<CompiledRange*>(steps + stepCount);
   compiled->length = coding.bitlen;
   compiled->encoding = coding.encoding;
   chooseTyping(*compiled);
   compiled->stepCount = stepCount;
+  compiled->firstRanges = firstRanges;
   compiled->steps = steps;
-  compiled->single = nullptr;
+  compiled->single = stepCount == 1 && rangeCount == 1;
+  // NaN limits and no flags: held by nothing.
+  const double none = std::numeric_limits<double>::quiet_NaN();
   forEachComputation(coding.internalToPhysicalCompus, [&](const Computation& c) {
-    CompiledRange* first = ranges;
-    forEachRange(c, [&](const ValueRange& r) { *ranges++ = {r.lowerLimit, r.upperLimit, r.flags}; });
-    *steps++ = stepOf(c, first, uint32_t(ranges - first));
+    CompiledRange& first = *firstRanges++;
+    first = {none, none, 0, 0};
+    CompiledRange* further = more;
+    uint64_t seen = 0;
+    forEachRange(c, [&](const ValueRange& r) {
+      const CompiledRange range{r.lowerLimit, r.upperLimit, r.flags, 0};
+      if (seen++ == 0) {
+        first = range;
+      } else {
+        *more++ = range;
+        ++first.more;
+      }
+    });
+    *steps++ = stepOf(c, further);
   });
-  if (stepCount == 1 && compiled->steps[0].rangeCount == 1) compiled->single = compiled->steps;
   return static_cast<const CompiledDecoding*>(publishAccelerator(block, slot));
 }
 

@@ -3,7 +3,8 @@
 // decoding computations in list order, each with its class, its constants
 // and its ranges. Converting by it reads that block alone, where the nodes
 // take the coding, its computation list, each computation and each block of
-// ranges, one after the other.
+// ranges, one after the other. The first ranges of all steps lie together,
+// so that a value table is tested on a cache line or two.
 #pragma once
 
 #include "codec/ValueConversion.h"
@@ -15,14 +16,15 @@ struct CompiledRange {
   double lower;
   double upper;
   uint32_t flags;
+  uint32_t more;  // of a step's first range: how many further ranges it has
 };
 
 enum class StepKind : uint32_t { Identity, Text, Value, Linear, Other };
 
+// What applying a step needs, and its further ranges.
 struct CompiledStep {
   const ObjectBase* computation;
-  const CompiledRange* ranges;
-  uint32_t rangeCount;
+  const CompiledRange* more;
   StepKind kind;
   LinearStep linear;
   double value;      // of a mapped value
@@ -44,10 +46,11 @@ struct CompiledDecoding {
   Typing typing;
   uint32_t signShift;  // 64 - length, for TwosComplement
   uint64_t lengthMask;  // for Unsigned
-  // The step when there is exactly one with exactly one range, the usual
-  // scaling of a signal; else null.
-  const CompiledStep* single;
+  // Set when there is exactly one step with exactly one range, the usual
+  // scaling of a signal.
+  bool single;
   uint64_t stepCount;
+  const CompiledRange* firstRanges;  // one per step; a step without ranges holds nothing
   const CompiledStep* steps;
 };
 
@@ -98,6 +101,17 @@ inline HRESULT applyStep(const CompiledStep& step, Q9DbPhysicalValue& v) {
   return S_OK;
 }
 
+// Whether one of the step's ranges holds x.
+inline bool stepHolds(const CompiledDecoding& d, uint64_t i, double x) {
+  const CompiledRange& first = d.firstRanges[i];
+  if (limitsHold(first.lower, first.upper, first.flags, x)) return true;
+  for (uint32_t j = 0; j < first.more; ++j) {
+    const CompiledRange& r = d.steps[i].more[j];
+    if (limitsHold(r.lower, r.upper, r.flags, x)) return true;
+  }
+  return false;
+}
+
 // The cascade of the coding's computations, as the nodes would run it.
 inline HRESULT runCompiledCascade(const CompiledDecoding& d, Q9DbPhysicalValue& v) {
   HRESULT result = S_FALSE;
@@ -105,13 +119,9 @@ inline HRESULT runCompiledCascade(const CompiledDecoding& d, Q9DbPhysicalValue& 
   // out again only then; no range holds a value of unknown type.
   bool comparable = v.valueType <= Q9_VALUETYPE_INT64;
   double x = valueAsDouble(v);
-  for (const CompiledStep *step = d.steps, *end = d.steps + d.stepCount; step != end; ++step) {
-    if (!comparable) break;
-    bool held = false;
-    for (uint32_t i = 0; i < step->rangeCount && !held; ++i)
-      held = limitsHold(step->ranges[i].lower, step->ranges[i].upper, step->ranges[i].flags, x);
-    if (!held) continue;
-    result = applyStep(*step, v);
+  for (uint64_t i = 0; i < d.stepCount && comparable; ++i) {
+    if (!stepHolds(d, i, x)) continue;
+    result = applyStep(d.steps[i], v);
     comparable = v.valueType <= Q9_VALUETYPE_INT64;
     x = valueAsDouble(v);
   }
@@ -134,10 +144,10 @@ inline HRESULT convertCompiled(const CompiledDecoding& d, uint64_t raw, Q9DbPhys
     if (hr != S_OK) return hr;
   }
   // Every encoding gives a value that ranges can hold.
-  if (const CompiledStep* step = d.single) {
-    const CompiledRange& r = step->ranges[0];
+  if (d.single) {
+    const CompiledRange& r = d.firstRanges[0];
     if (!limitsHold(r.lower, r.upper, r.flags, valueAsDouble(v))) return S_FALSE;
-    return applyStep(*step, v);
+    return applyStep(d.steps[0], v);
   }
   return runCompiledCascade(d, v);
 }
