@@ -3,6 +3,8 @@
 set -euo pipefail
 packages=(
   cmake make g++ clang pkg-config binutils
+  # libFuzzer and clang's sanitizer runtimes, which clang only recommends
+  libclang-rt-14-dev
   liblua5.3-dev lua5.3
   libxml2-dev libxslt1-dev
   libgtest-dev libgmock-dev libbenchmark-dev
