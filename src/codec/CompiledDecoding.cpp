@@ -82,15 +82,17 @@ const CompiledDecoding* compiledDecodingOf(Q9Db* db, Coding& coding) {
   compiled->firstRanges = firstRanges;
   compiled->steps = steps;
   compiled->single = stepCount == 1 && rangeCount == 1;
-  // NaN limits and no flags: held by nothing.
+  // A NaN interval: held by nothing.
   const double none = std::numeric_limits<double>::quiet_NaN();
   forEachComputation(coding.internalToPhysicalCompus, [&](const Computation& c) {
     CompiledRange& first = *firstRanges++;
-    first = {none, none, 0, 0};
+    first = {none, none, kClosedInterval, 0};
     CompiledRange* further = more;
     uint64_t seen = 0;
     forEachRange(c, [&](const ValueRange& r) {
-      const CompiledRange range{r.lowerLimit, r.upperLimit, r.flags, 0};
+      // The range test looks at the two closed bits alone.
+      CompiledRange range{r.lowerLimit, r.upperLimit, r.flags & (Q9_FLAG_LOWERLIMIT_CLOSED | Q9_FLAG_UPPERLIMIT_CLOSED), 0};
+      if (closedInterval(r.lowerLimit, r.upperLimit, r.flags, &range.low, &range.high)) range.flags = kClosedInterval;
       if (seen++ == 0) {
         first = range;
       } else {
@@ -101,6 +103,10 @@ const CompiledDecoding* compiledDecodingOf(Q9Db* db, Coding& coding) {
     *steps++ = stepOf(c, further);
   });
   return static_cast<const CompiledDecoding*>(publishAccelerator(block, slot));
+}
+
+HRESULT convertShared(const CompiledDecoding& d, uint64_t raw, Q9DbPhysicalValue& v) {
+  return convertCompiled(d, raw, v);
 }
 
 }  // namespace q9

@@ -12,12 +12,20 @@
 
 namespace q9 {
 
+// A range as a closed interval where it has one (see closedInterval),
+// else as its limits and flags.
 struct CompiledRange {
-  double lower;
-  double upper;
-  uint32_t flags;
-  uint32_t more;  // of a step's first range: how many further ranges it has
+  double low;
+  double high;
+  uint32_t flags;  // kClosedInterval, or the range's flags
+  uint32_t more;   // of a step's first range: how many further ranges it has
 };
+
+constexpr uint32_t kClosedInterval = 0x80000000;
+
+inline bool rangeHolds(const CompiledRange& r, double x) {
+  return r.flags == kClosedInterval ? intervalHolds(r.low, r.high, x) : limitsHold(r.low, r.high, r.flags, x);
+}
 
 enum class StepKind : uint32_t { Identity, Text, Value, Linear, Other };
 
@@ -104,11 +112,9 @@ inline HRESULT applyStep(const CompiledStep& step, Q9DbPhysicalValue& v) {
 // Whether one of the step's ranges holds x.
 inline bool stepHolds(const CompiledDecoding& d, uint64_t i, double x) {
   const CompiledRange& first = d.firstRanges[i];
-  if (limitsHold(first.lower, first.upper, first.flags, x)) return true;
-  for (uint32_t j = 0; j < first.more; ++j) {
-    const CompiledRange& r = d.steps[i].more[j];
-    if (limitsHold(r.lower, r.upper, r.flags, x)) return true;
-  }
+  if (rangeHolds(first, x)) return true;
+  for (uint32_t j = 0; j < first.more; ++j)
+    if (rangeHolds(d.steps[i].more[j], x)) return true;
   return false;
 }
 
@@ -145,11 +151,13 @@ inline HRESULT convertCompiled(const CompiledDecoding& d, uint64_t raw, Q9DbPhys
   }
   // Every encoding gives a value that ranges can hold.
   if (d.single) {
-    const CompiledRange& r = d.firstRanges[0];
-    if (!limitsHold(r.lower, r.upper, r.flags, valueAsDouble(v))) return S_FALSE;
+    if (!rangeHolds(d.firstRanges[0], valueAsDouble(v))) return S_FALSE;
     return applyStep(d.steps[0], v);
   }
   return runCompiledCascade(d, v);
 }
+
+// convertCompiled out of line, for callers whose usual way is shorter.
+HRESULT convertShared(const CompiledDecoding& d, uint64_t raw, Q9DbPhysicalValue& v);
 
 }  // namespace q9

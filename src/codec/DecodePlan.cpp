@@ -133,19 +133,17 @@ bool keepConversion(PlannedField& f, const Coding& coding) {
     return false;
   uint64_t steps = 0, ranges = 0;
   const Computation* only = nullptr;
+  bool interval = false;
   forEachComputation(coding.internalToPhysicalCompus, [&](const Computation& c) {
     ++steps;
     only = &c;
     forEachRange(c, [&](const ValueRange& r) {
-      if (++ranges > 1) return;
-      f.where.range = {r.lowerLimit, r.upperLimit};
-      // The range test looks at the two closed bits alone.
-      f.rangeFlags = uint8_t(r.flags & (Q9_FLAG_LOWERLIMIT_CLOSED | Q9_FLAG_UPPERLIMIT_CLOSED));
+      if (++ranges == 1) interval = closedInterval(r.lowerLimit, r.upperLimit, r.flags, &f.where.range.low, &f.where.range.high);
     });
   });
   f.step = FieldStep::None;
   if (steps == 0) return true;
-  if (steps > 1 || ranges != 1 || only->databaseRef != coding.databaseRef) return false;
+  if (steps > 1 || ranges != 1 || !interval || only->databaseRef != coding.databaseRef) return false;
   f.by.computation = only;
   switch (readTag(only)) {
     case IdentityComputation::kNodeType: f.step = FieldStep::Identity; break;
@@ -159,7 +157,8 @@ bool keepConversion(PlannedField& f, const Coding& coding) {
       break;
     case LinearComputation::kNodeType: {
       const LinearStep linear = linearStep(as<LinearComputation>(only)->scale, as<LinearComputation>(only)->offset);
-      f.step = linear.atOne ? FieldStep::Offset : FieldStep::Scale;
+      const bool wide = f.conversion == Conversion::Unsigned && f.down == 0;
+      f.step = linear.atOne ? FieldStep::Offset : wide ? FieldStep::WideScale : FieldStep::Scale;
       if (linear.atOne)
         f.a.offsetBits = linear.offsetBits;
       else
@@ -432,7 +431,7 @@ void fillPlan(TriggeringPlan& plan, const TriggeringIndexEntry& entry, int64_t f
 
 }  // namespace
 
-const TriggeringPlan* planOf(Q9Db* db, const TriggeringIndexEntry& entry) {
+const TriggeringPlan* buildPlan(Q9Db* db, const TriggeringIndexEntry& entry) {
   if (void* done = loadAccelerator(&entry.plan)) return usable(done);
 
   const FrameTriggering& t = *entry.triggering;

@@ -39,7 +39,10 @@ enum class Conversion : uint8_t {
 };
 
 // The one step of a conversion kept in the field, with its one range.
-enum class FieldStep : uint8_t { None, Identity, Text, Value, Scale, Offset, Other };
+// Scale is a linear computation on a value that a double holds once it is
+// a signed 64-bit integer (a two's complement, or fewer than 64 bits);
+// WideScale the same on an unsigned 64-bit value.
+enum class FieldStep : uint8_t { None, Identity, Text, Value, Scale, WideScale, Offset, Other };
 
 struct MuxPlan;
 
@@ -53,9 +56,9 @@ struct PlannedField {
   } by;
   union {
     struct {
-      double lower;
-      double upper;
-    } range;  // of the step
+      double low;
+      double high;
+    } range;  // the step's range as a closed interval
     struct {
       uint32_t pos;
       int32_t bits;  // negative for big-endian
@@ -78,7 +81,6 @@ struct PlannedField {
   FieldRead read;
   Conversion conversion;
   FieldStep step;
-  uint8_t rangeFlags;
 };
 static_assert(sizeof(PlannedField) == 64, "a planned field fills one cache line");
 
@@ -151,9 +153,17 @@ struct TriggeringPlan {
   const PlannedField* fields;
 };
 
+// Builds the entry's plan unless another reader has done so meanwhile; the
+// answer is as planOf's.
+const TriggeringPlan* buildPlan(Q9Db* db, const TriggeringIndexEntry& entry);
+
 // The entry's plan, built now if no reader has done so since the last
 // change; null when the database's room is full or the nodes must be walked.
-const TriggeringPlan* planOf(Q9Db* db, const TriggeringIndexEntry& entry);
+inline const TriggeringPlan* planOf(Q9Db* db, const TriggeringIndexEntry& entry) {
+  const auto* plan = static_cast<const TriggeringPlan*>(loadAccelerator(&entry.plan));
+  if (!plan) return buildPlan(db, entry);
+  return plan->walkNodes ? nullptr : plan;
+}
 
 inline bool planMatches(const TriggeringPlan& plan, uint32_t identifier, uint32_t flags, uint64_t length) {
   if ((identifier & plan.mask) != plan.code) return false;
@@ -172,9 +182,30 @@ inline uint64_t readPlannedWord(const PlannedField& f, const uint8_t* payload) {
 // Q9Db_internalToPhysical by a field whose conversion is compiled: the same
 // value, status and record as by the nodes.
 inline HRESULT convertPlanned(const PlannedField& f, uint64_t raw, Q9DbPhysicalValue& v) {
-  if (f.conversion == Conversion::Shared) return convertCompiled(*f.by.shared, raw, v);
-  v.computation = nullptr;
   v.text = nullptr;
+  if (f.step == FieldStep::Scale) {
+    // The usual signal, straight through and with few branches, since which
+    // kind of signal comes next is hard to foresee.
+    const uint64_t twos = f.conversion == Conversion::TwosComplement;
+    const uint64_t shifted = raw << f.down;
+    const uint64_t signedTyped = uint64_t(int64_t(shifted) >> f.down);
+    const uint64_t typed = (signedTyped & (0 - twos)) | ((shifted >> f.down) & (twos - 1));
+    const double x = double(int64_t(typed));
+    if (intervalHolds(f.where.range.low, f.where.range.high, x)) {
+      const double product = x * f.a.scale;
+      v.computation = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(f.by.computation));
+      v.valueType = Q9_VALUETYPE_DOUBLE;
+      v.value.d = product + f.offset;
+      return S_OK;
+    }
+    v.computation = nullptr;
+    static_assert(Q9_VALUETYPE_INT64 == Q9_VALUETYPE_UINT64 + 1, "the integer types are neighbours");
+    v.valueType = uint32_t(Q9_VALUETYPE_UINT64 + twos);
+    v.value.u = typed;
+    return S_FALSE;
+  }
+  if (f.conversion == Conversion::Shared) return convertShared(*f.by.shared, raw, v);
+  v.computation = nullptr;
   // The coding's length is the field's: cut to it, or sign-extended from it.
   double x;
   if (f.conversion == Conversion::Unsigned) {
@@ -186,7 +217,7 @@ inline HRESULT convertPlanned(const PlannedField& f, uint64_t raw, Q9DbPhysicalV
     v.value.i = int64_t(raw << f.down) >> f.down;
     x = double(v.value.i);
   }
-  if (f.step == FieldStep::None || !limitsHold(f.where.range.lower, f.where.range.upper, f.rangeFlags, x))
+  if (f.step == FieldStep::None || !intervalHolds(f.where.range.low, f.where.range.high, x))
     return S_FALSE;
   v.computation = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(f.by.computation));
   switch (f.step) {
@@ -195,7 +226,7 @@ inline HRESULT convertPlanned(const PlannedField& f, uint64_t raw, Q9DbPhysicalV
       v.valueType = Q9_VALUETYPE_DOUBLE;
       v.value.d = f.a.value;
       break;
-    case FieldStep::Scale: {
+    case FieldStep::WideScale: {
       const double product = x * f.a.scale;
       v.valueType = Q9_VALUETYPE_DOUBLE;
       v.value.d = product + f.offset;
@@ -213,35 +244,40 @@ inline HRESULT convertPlanned(const PlannedField& f, uint64_t raw, Q9DbPhysicalV
   return S_OK;
 }
 
-// A walk over the fields of a multiplexed PDU's parts, kept in the four
-// words of the walk's instance cursor: the part under way, the one to follow,
-// and where the part's fields read.
-struct PartWalk {
-  const PlannedField* next;
-  const PlannedField* end;
-  const PartPlan* pending;
-  const uint8_t* source;
-};
-static_assert(sizeof(PartWalk) == sizeof(Q9DbCursor), "a part walk fills a Q9DbCursor");
-
-// A walk over a plan's fields, kept in the four words of a Q9DbCursor.
-struct PlannedWalk {
-  const TriggeringPlan* plan;
-  const void* mode;  // &kPlannedWalk; a list walk holds its layout here
-  const PlannedField* next;
-  const PlannedField* end;
-};
-static_assert(sizeof(PlannedWalk) == sizeof(Q9DbCursor), "a planned walk fills a Q9DbCursor");
-
+// Walks over planned fields live in the walk's cursors: the main walk in
+// pduWalk, with the plan in list, &kPlannedWalk in layout and the next and
+// end fields in block and index; the walk over a multiplexed PDU's parts in
+// instanceWalk, with the part to follow in list, where the fields read in
+// layout and the next and end fields as before.
 inline constexpr char kPlannedWalk = 0;
 
-// A walk over all fields, or over none.
-inline void startPlannedWalk(Q9DbCursor& cursor, const TriggeringPlan& plan, bool all) {
-  const PlannedField* end = plan.fields + plan.fieldCount;
-  const PlannedWalk walk{&plan, &kPlannedWalk, all ? plan.fields : end, end};
-  std::memcpy(&cursor, &walk, sizeof walk);
+inline bool isPlannedWalk(const Q9DbCursor& cursor) { return cursor.layout == &kPlannedWalk; }
+
+inline const PlannedField* nextField(const Q9DbCursor& c) { return static_cast<const PlannedField*>(c.block); }
+inline const PlannedField* endField(const Q9DbCursor& c) { return reinterpret_cast<const PlannedField*>(uintptr_t(c.index)); }
+inline void setFields(Q9DbCursor& c, const PlannedField* next, const PlannedField* end) {
+  c.block = const_cast<PlannedField*>(next);
+  c.index = uintptr_t(end);
 }
 
-inline bool isPlannedWalk(const Q9DbCursor& cursor) { return cursor.layout == &kPlannedWalk; }
+// A walk over all of the plan's fields, or over none.
+inline void startPlannedWalk(Q9DbCursor& c, const TriggeringPlan& plan, bool all) {
+  const PlannedField* end = plan.fields + plan.fieldCount;
+  c.list = const_cast<TriggeringPlan*>(&plan);
+  c.layout = &kPlannedWalk;
+  setFields(c, all ? plan.fields : end, end);
+}
+
+inline const PartPlan* pendingPart(const Q9DbCursor& c) { return static_cast<const PartPlan*>(c.list); }
+inline const uint8_t* partSourceOf(const Q9DbCursor& c) { return static_cast<const uint8_t*>(c.layout); }
+
+inline void startPartWalk(Q9DbCursor& c, const PartPlan* part, const PartPlan* pending, const uint8_t* source) {
+  c.list = const_cast<PartPlan*>(pending);
+  c.layout = source;
+  if (part)
+    setFields(c, part->fields, part->fields + part->fieldCount);
+  else
+    setFields(c, nullptr, nullptr);
+}
 
 }  // namespace q9

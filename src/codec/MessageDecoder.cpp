@@ -214,15 +214,14 @@ bool readSwitch(const Q9DbDecodeEnum& e, const MuxPlan& mux, uint32_t* code) {
   }
 }
 
-// The walk over a multiplexed PDU's parts: the static part's signals first,
-// then those of the part the switch selects.
-PartWalk startParts(Q9DbDecodeEnum& e, const MuxPlan& mux) {
+// Starts the walk over a multiplexed PDU's parts: the static part's signals
+// first, then those of the part the switch selects.
+void startParts(Q9DbDecodeEnum& e, const MuxPlan& mux) {
   uint32_t code = 0;
   const PartPlan* selected = readSwitch(e, mux, &code) ? selectedPart(mux, code) : nullptr;
   const PartPlan* first = mux.staticPart ? mux.staticPart : selected;
-  if (!first) return PartWalk{};
-  return {first->fields, first->fields + first->fieldCount, first == selected ? nullptr : selected,
-          partSource(e, *first, 0)};
+  if (!first) return startPartWalk(e.instanceWalk, nullptr, nullptr, nullptr);
+  startPartWalk(e.instanceWalk, first, first == selected ? nullptr : selected, partSource(e, *first, 0));
 }
 
 enum class PlannedStep { Delivered, Pushed, Ended };
@@ -230,42 +229,31 @@ enum class PlannedStep { Delivered, Pushed, Ended };
 // The next field of a planned walk: a signal delivered into out, a
 // multiplexed PDU instance pushed for the walk over the nodes, or the end.
 PlannedStep nextPlanned(Q9DbDecodeEnum& e, Q9DbDecodedSignal& out, HRESULT& kind) {
-  PlannedWalk walk;
-  PartWalk part;
-  std::memcpy(&walk, &e.pduWalk, sizeof walk);
-  std::memcpy(&part, &e.instanceWalk, sizeof part);
-  PlannedStep step = PlannedStep::Ended;
+  Q9DbCursor& parts = e.instanceWalk;
+  Q9DbCursor& walk = e.pduWalk;
   for (;;) {
-    if (part.next != part.end) {
-      if (deliverPlanned(e, *part.next++, part.source, out, kind)) {
-        step = PlannedStep::Delivered;
-        break;
-      }
+    if (const PlannedField* f = nextField(parts); f != endField(parts)) {
+      setFields(parts, f + 1, endField(parts));
+      if (deliverPlanned(e, *f, partSourceOf(parts), out, kind)) return PlannedStep::Delivered;
       continue;
     }
-    if (const PartPlan* pending = part.pending) {
-      part = {pending->fields, pending->fields + pending->fieldCount, nullptr, partSource(e, *pending, 1)};
+    if (const PartPlan* pending = pendingPart(parts)) {
+      startPartWalk(parts, pending, nullptr, partSource(e, *pending, 1));
       continue;
     }
-    if (walk.next == walk.end) break;
-    const PlannedField& f = *walk.next++;
-    if (f.read == FieldRead::Pdu) {
-      pushPduInstance(e, f.node);
-      step = PlannedStep::Pushed;
-      break;
+    const PlannedField* f = nextField(walk);
+    if (f == endField(walk)) return PlannedStep::Ended;
+    setFields(walk, f + 1, endField(walk));
+    if (f->read == FieldRead::Pdu) {
+      pushPduInstance(e, f->node);
+      return PlannedStep::Pushed;
     }
-    if (f.read == FieldRead::Mux) {
-      part = startParts(e, *f.by.mux);
+    if (f->read == FieldRead::Mux) {
+      startParts(e, *f->by.mux);
       continue;
     }
-    if (deliverPlanned(e, f, e.payload, out, kind)) {
-      step = PlannedStep::Delivered;
-      break;
-    }
+    if (deliverPlanned(e, *f, e.payload, out, kind)) return PlannedStep::Delivered;
   }
-  std::memcpy(&e.pduWalk, &walk, sizeof walk);
-  std::memcpy(&e.instanceWalk, &part, sizeof part);
-  return step;
 }
 
 // The next signal of the PDU on the stack; false when the stack runs empty.
@@ -374,25 +362,25 @@ Q9DB_API HRESULT Q9Db_decodeNextFrametriggering(Q9DbDecodeEnum* e, Q9DbNode** ou
 Q9DB_API HRESULT Q9Db_decodeNextSignal(Q9DbDecodeEnum* e, const Q9DbFilter* filter, Q9DbDecodedSignal* out) {
   // The usual step, a word of a planned walk without a filter, takes no call.
   if (e && out && !filter && e->magic == kDecodeMagic && e->depth == 0 && isPlannedWalk(e->pduWalk)) {
-    PartWalk part;
-    std::memcpy(&part, &e->instanceWalk, sizeof part);
-    if (part.next != part.end) {
-      if (part.next->read <= FieldRead::BigWord) {
+    // Within a multiplexed PDU its parts' fields come first.
+    Q9DbCursor* walk = &e->pduWalk;
+    const uint8_t* source = e->payload;
+    const bool inParts = nextField(e->instanceWalk) != endField(e->instanceWalk);
+    if (inParts) {
+      walk = &e->instanceWalk;
+      source = partSourceOf(e->instanceWalk);
+    }
+    if (inParts || !pendingPart(e->instanceWalk)) {
+      const PlannedField* f = nextField(*walk);
+      if (f != endField(*walk) && f->read <= FieldRead::BigWord) {
         e->filter = nullptr;
-        const PlannedField& f = *part.next++;
-        std::memcpy(&e->instanceWalk, &part, sizeof part);
-        deliverValue(*e, f, readPlannedWord(f, part.source), *out);
+        setFields(*walk, f + 1, endField(*walk));
+        deliverValue(*e, *f, readPlannedWord(*f, source), *out);
         return Q9_NUMERICSIGNAL;
       }
-    } else if (!part.pending) {
-      PlannedWalk walk;
-      std::memcpy(&walk, &e->pduWalk, sizeof walk);
-      if (walk.next != walk.end && walk.next->read <= FieldRead::BigWord) {
+      if (f == endField(*walk) && !inParts) {
         e->filter = nullptr;
-        const PlannedField& f = *walk.next++;
-        std::memcpy(&e->pduWalk, &walk, sizeof walk);
-        deliverValue(*e, f, readPlannedWord(f, e->payload), *out);
-        return Q9_NUMERICSIGNAL;
+        return Q9_E_NOT_FOUND;
       }
     }
   }

@@ -33,6 +33,27 @@ inline bool limitsHold(double lower, double upper, uint32_t flags, double x) {
          ((flags & Q9_FLAG_UPPERLIMIT_CLOSED) && x == upper);
 }
 
+// A closed interval [low, high] that holds exactly the values the range
+// holds, so that the test is two comparisons without branches. Every range
+// whose lower limit lies below its upper one has one (an open limit moves
+// to the next double inside), and so has a range of one point; false for
+// the others (a lower limit above the upper, a NaN limit).
+inline bool closedInterval(double lower, double upper, uint32_t flags, double* low, double* high) {
+  const bool lowerClosed = flags & Q9_FLAG_LOWERLIMIT_CLOSED;
+  const bool upperClosed = flags & Q9_FLAG_UPPERLIMIT_CLOSED;
+  if (lower < upper) {
+    *low = lowerClosed ? lower : std::nextafter(lower, HUGE_VAL);
+    *high = upperClosed ? upper : std::nextafter(upper, -HUGE_VAL);
+    return true;
+  }
+  if (lower != upper) return false;
+  // A point holds only with a closed limit; a NaN interval holds nothing.
+  *low = *high = lowerClosed || upperClosed ? lower : std::nan("");
+  return true;
+}
+
+inline bool intervalHolds(double low, double high, double x) { return (low <= x) & (x <= high); }
+
 constexpr double kTwo63 = 9223372036854775808.0;
 constexpr uint64_t kUnrepresentable = 0x8000000000000000ull;
 

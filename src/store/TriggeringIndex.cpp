@@ -11,11 +11,6 @@ namespace {
 const BlockLayout entryLayout = makeLayout(sizeof(TriggeringIndexEntry), 64);
 constexpr uint64_t kFirstBucketCount = 16;
 
-uint64_t bucketOf(uint32_t identifier, uint64_t bucketCount) {
-  // Fibonacci hashing spreads neighbouring identifiers over the table.
-  return ((uint64_t(identifier) * 0x9E3779B97F4A7C15ull) >> 32) & (bucketCount - 1);
-}
-
 void appendToChain(TriggeringIndexEntry*& first, TriggeringIndexEntry*& last, TriggeringIndexEntry* entry) {
   entry->next = nullptr;
   if (last)
@@ -39,7 +34,7 @@ void growBuckets(TriggeringIndex& index, Allocator* alloc) {
       for (uint64_t i = 0; i < b->count; ++i) {
         TriggeringIndexEntry& e = records[i];
         if (!isExact<IdentifierBasedTriggering>(e.triggering)) continue;
-        TriggeringBucket& bucket = buckets[bucketOf(e.identifier, count)];
+        TriggeringBucket& bucket = buckets[triggeringBucketOf(e.identifier, count)];
         appendToChain(bucket.first, bucket.last, &e);
       }
       b = b->next;
@@ -63,7 +58,7 @@ bool addItem(TriggeringIndex& index, Allocator* alloc, void* item, uint64_t posi
   entry->plan = nullptr;
   if (exact) {
     entry->identifier = as<IdentifierBasedTriggering>(item)->identifier;
-    TriggeringBucket& bucket = index.buckets[bucketOf(entry->identifier, index.bucketCount)];
+    TriggeringBucket& bucket = index.buckets[triggeringBucketOf(entry->identifier, index.bucketCount)];
     appendToChain(bucket.first, bucket.last, entry);
     ++index.exactCount;
   } else {
@@ -102,18 +97,6 @@ HRESULT indexAppendedFrameTriggerings(Channel* channel) {
   index.seenTail = list.tail;
   index.seenTailCount = list.tail->count;
   return S_OK;
-}
-
-const TriggeringIndex* currentTriggeringIndex(const Channel& channel) {
-  const TriggeringIndex* index = channel.triggeringIndex;
-  const Block* tail = channel.frameTriggerings.tail;
-  if (!index || !tail || index->seenTail != tail || index->seenTailCount != tail->count) return nullptr;
-  return index;
-}
-
-const TriggeringIndexEntry* firstWithIdentifier(const TriggeringIndex& index, uint32_t identifier) {
-  if (!index.buckets) return nullptr;
-  return nextWithIdentifier(index.buckets[bucketOf(identifier, index.bucketCount)].first, identifier);
 }
 
 }  // namespace q9

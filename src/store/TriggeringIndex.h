@@ -52,15 +52,28 @@ struct TriggeringIndex {
 HRESULT indexAppendedFrameTriggerings(Channel* channel);
 
 // The channel's index if it covers the whole list, else null.
-const TriggeringIndex* currentTriggeringIndex(const Channel& channel);
+inline const TriggeringIndex* currentTriggeringIndex(const Channel& channel) {
+  const TriggeringIndex* index = channel.triggeringIndex;
+  const Block* tail = channel.frameTriggerings.tail;
+  if (!index || !tail || index->seenTail != tail || index->seenTailCount != tail->count) return nullptr;
+  return index;
+}
 
-// The first entry that may hold this identifier; follow with
-// nextWithIdentifier.
-const TriggeringIndexEntry* firstWithIdentifier(const TriggeringIndex& index, uint32_t identifier);
+inline uint64_t triggeringBucketOf(uint32_t identifier, uint64_t bucketCount) {
+  // Fibonacci hashing spreads neighbouring identifiers over the table.
+  return ((uint64_t(identifier) * 0x9E3779B97F4A7C15ull) >> 32) & (bucketCount - 1);
+}
 
 inline const TriggeringIndexEntry* nextWithIdentifier(const TriggeringIndexEntry* entry, uint32_t identifier) {
   while (entry && entry->identifier != identifier) entry = entry->next;
   return entry;
+}
+
+// The first entry that may hold this identifier; follow with
+// nextWithIdentifier.
+inline const TriggeringIndexEntry* firstWithIdentifier(const TriggeringIndex& index, uint32_t identifier) {
+  if (!index.buckets) return nullptr;
+  return nextWithIdentifier(index.buckets[triggeringBucketOf(identifier, index.bucketCount)].first, identifier);
 }
 
 }  // namespace q9

@@ -3,11 +3,13 @@
 // a change to the database seen by the very next decode.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <functional>
 #include <thread>
 
 #include "DecoderFixture.h"
+#include "codec/ValueConversion.h"
 #include "store/Accelerators.h"
 
 namespace q9::test {
@@ -111,7 +113,14 @@ TEST_F(DecodePlanTest, PlansDecodeAsTheNodesDo) {
                           encodings[next(length % 8 ? 4 : 7)]);
       switch (next(7)) {
         case 0: compute(s, linear(0.5, -3), -1e9, 1e9); break;
-        case 1: compute(s, linear(1, -40), 0, double(next(300)), uint32_t(next(4))); break;
+        case 1: {
+          // Limits either way round, equal, open or closed, infinite or NaN.
+          const double limits[] = {0, 1, 2, 7, 100, 255, -HUGE_VAL, HUGE_VAL, std::nan("")};
+          Q9DbNode* c = linear(next(2) ? 1 : 0.25, -40);
+          Q9Db_addRange(c, limits[next(9)], limits[next(9)], uint32_t(next(4)));
+          compute(s, c, 1, 0);
+          break;
+        }
         case 2:
           compute(s, text("low"), 0, 3);
           compute(s, text("high"), 4, 1e30);
@@ -168,6 +177,25 @@ TEST_F(DecodePlanTest, PlansDecodeAsTheNodesDo) {
     for (uint8_t& b : payload) b = uint8_t(next(256));
     bothWays(0x100 + m + (next(3) ? 0 : 0x600), 0, payload);
   }
+}
+
+// The closed interval that stands for a range holds exactly what the range
+// holds, at and around every limit.
+TEST(ClosedInterval, HoldsWhatTheRangeHolds) {
+  const double limits[] = {-HUGE_VAL, -1, 0, 0.5, 1, 2, 1e300, HUGE_VAL, std::nan("")};
+  int intervals = 0;
+  for (double lower : limits)
+    for (double upper : limits)
+      for (uint32_t flags = 0; flags < 4; ++flags) {
+        double low = 0, high = 0;
+        if (!closedInterval(lower, upper, flags, &low, &high)) continue;
+        ++intervals;
+        for (double limit : limits)
+          for (double x : {std::nextafter(limit, -HUGE_VAL), limit, std::nextafter(limit, HUGE_VAL)})
+            EXPECT_EQ(intervalHolds(low, high, x), limitsHold(lower, upper, flags, x))
+                << lower << " " << upper << " " << flags << " at " << x;
+      }
+  EXPECT_EQ(intervals, 4 * (28 + 8)) << "every range with lower below upper, and every point";
 }
 
 // A realistic fault of any cache: the database changes after a decode, and
