@@ -82,6 +82,7 @@ const CompiledDecoding* compiledDecodingOf(Q9Db* db, Coding& coding) {
   compiled->firstRanges = firstRanges;
   compiled->steps = steps;
   compiled->single = stepCount == 1 && rangeCount == 1;
+  compiled->textTable = stepCount > 0 && rangeCount == stepCount;
   // A NaN interval: held by nothing.
   const double none = std::numeric_limits<double>::quiet_NaN();
   forEachComputation(coding.internalToPhysicalCompus, [&](const Computation& c) {
@@ -101,6 +102,7 @@ const CompiledDecoding* compiledDecodingOf(Q9Db* db, Coding& coding) {
       }
     });
     *steps++ = stepOf(c, further);
+    compiled->textTable = compiled->textTable && seen == 1 && kindOf(c) == StepKind::Text;
   });
   return static_cast<const CompiledDecoding*>(publishAccelerator(block, slot));
 }

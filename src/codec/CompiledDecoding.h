@@ -57,6 +57,10 @@ struct CompiledDecoding {
   // Set when there is exactly one step with exactly one range, the usual
   // scaling of a signal.
   bool single;
+  // Set when every step is a text computation of one range, a table of
+  // value texts: no step changes the value, so the last that holds it is
+  // what the cascade leaves.
+  bool textTable;
   uint64_t stepCount;
   const CompiledRange* firstRanges;  // one per step; a step without ranges holds nothing
   const CompiledStep* steps;
@@ -150,6 +154,16 @@ inline HRESULT convertCompiled(const CompiledDecoding& d, uint64_t raw, Q9DbPhys
     if (hr != S_OK) return hr;
   }
   // Every encoding gives a value that ranges can hold.
+  if (d.textTable) {
+    // Without a branch per step: which text holds a value is hard to foresee.
+    const double x = valueAsDouble(v);
+    uint64_t last = d.stepCount;
+    for (uint64_t i = 0; i < d.stepCount; ++i) last = rangeHolds(d.firstRanges[i], x) ? i : last;
+    if (last == d.stepCount) return S_FALSE;
+    v.computation = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(d.steps[last].computation));
+    v.text = reinterpret_cast<Q9DbStringSlot*>(d.steps[last].text);
+    return S_OK;
+  }
   if (d.single) {
     if (!rangeHolds(d.firstRanges[0], valueAsDouble(v))) return S_FALSE;
     return applyStep(d.steps[0], v);

@@ -121,14 +121,16 @@ void chooseRead(PlannedField& f, uint64_t pos, int32_t signedBits, uint64_t leng
 }
 
 // Keeps the conversion in a word-read field (whose length, 1 to 64 bits, is
-// the coding's) when the coding is plain unsigned or two's complement with at
-// most one computation of one range; false otherwise.
+// the coding's) when the coding is plain unsigned, two's complement or a
+// float with at most one computation of one range; false otherwise.
 bool keepConversion(PlannedField& f, const Coding& coding) {
   const uint32_t type = coding.encoding & Q9_ENCODING_TYPEMASK;
   if (type == Q9_ENCODING_DIRECT && !(coding.encoding & Q9_ENCODING_SIGNED))
     f.conversion = Conversion::Unsigned;
   else if (type == Q9_ENCODING_2COMPL)
     f.conversion = Conversion::TwosComplement;
+  else if (type == Q9_ENCODING_IEEE && (f.down == 32 || f.down == 0))
+    f.conversion = Conversion::Float;
   else
     return false;
   uint64_t steps = 0, ranges = 0;
@@ -157,7 +159,7 @@ bool keepConversion(PlannedField& f, const Coding& coding) {
       break;
     case LinearComputation::kNodeType: {
       const LinearStep linear = linearStep(as<LinearComputation>(only)->scale, as<LinearComputation>(only)->offset);
-      const bool wide = f.conversion == Conversion::Unsigned && f.down == 0;
+      const bool wide = f.conversion == Conversion::Float || (f.conversion == Conversion::Unsigned && f.down == 0);
       f.step = linear.atOne ? FieldStep::Offset : wide ? FieldStep::WideScale : FieldStep::Scale;
       if (linear.atOne)
         f.a.offsetBits = linear.offsetBits;

@@ -36,12 +36,13 @@ enum class Conversion : uint8_t {
   Shared,          // by the coding's CompiledDecoding
   Unsigned,        // DIRECT without sign, then at most one step, here
   TwosComplement,  // 2COMPL, then at most one step, here
+  Float,           // IEEE of 32 or 64 bits, then at most one step, here
 };
 
 // The one step of a conversion kept in the field, with its one range.
 // Scale is a linear computation on a value that a double holds once it is
 // a signed 64-bit integer (a two's complement, or fewer than 64 bits);
-// WideScale the same on an unsigned 64-bit value.
+// WideScale the same on an unsigned 64-bit value or a float.
 enum class FieldStep : uint8_t { None, Identity, Text, Value, Scale, WideScale, Offset, Other };
 
 struct MuxPlan;
@@ -206,16 +207,29 @@ inline HRESULT convertPlanned(const PlannedField& f, uint64_t raw, Q9DbPhysicalV
   }
   if (f.conversion == Conversion::Shared) return convertShared(*f.by.shared, raw, v);
   v.computation = nullptr;
-  // The coding's length is the field's: cut to it, or sign-extended from it.
+  // The coding's length is the field's: cut to it, sign-extended from it, or
+  // read as a float of its length.
   double x;
   if (f.conversion == Conversion::Unsigned) {
     v.valueType = Q9_VALUETYPE_UINT64;
     v.value.u = (raw << f.down) >> f.down;
     x = double(v.value.u);
-  } else {
+  } else if (f.conversion == Conversion::TwosComplement) {
     v.valueType = Q9_VALUETYPE_INT64;
     v.value.i = int64_t(raw << f.down) >> f.down;
     x = double(v.value.i);
+  } else {
+    v.valueType = Q9_VALUETYPE_DOUBLE;
+    if (f.down) {
+      // A single in the low 32 bits.
+      const uint32_t bits = uint32_t(raw);
+      float single;
+      std::memcpy(&single, &bits, sizeof single);
+      v.value.d = single;
+    } else {
+      std::memcpy(&v.value.d, &raw, sizeof raw);
+    }
+    x = v.value.d;
   }
   if (f.step == FieldStep::None || !intervalHolds(f.where.range.low, f.where.range.high, x))
     return S_FALSE;
@@ -233,6 +247,10 @@ inline HRESULT convertPlanned(const PlannedField& f, uint64_t raw, Q9DbPhysicalV
       break;
     }
     case FieldStep::Offset:
+      if (v.valueType == Q9_VALUETYPE_DOUBLE) {
+        v.value.d += f.offset;
+        break;
+      }
       // At scale one integers stay integers; the offset is truncated.
       v.value.u += f.a.offsetBits;
       if (v.valueType == Q9_VALUETYPE_UINT64 && int64_t(f.a.offsetBits) < 0 && (v.value.u >> 63))

@@ -20,8 +20,8 @@ using Bytes = std::vector<uint8_t>;
 
 class DecodePlanTest : public DecoderTest {
  protected:
-  // Every signal of one message with its raw and physical value, whether a
-  // text computation matched and whether any did: "name=raw/physical+text*".
+  // Every signal of one message with its raw and physical value, the text of
+  // a text computation and whether any matched: "name=raw/physical+text*".
   std::string decoded(uint32_t identifier, uint32_t flags, const Bytes& payload) {
     Q9DbDecodeEnum* e = nullptr;
     EXPECT_EQ(Q9Db_decodeMessage(channel, identifier, flags, payload.size(), payload.data(), &e), S_OK);
@@ -45,7 +45,9 @@ class DecodePlanTest : public DecoderTest {
         Q9Db_valueToString(&v, printed, 64);
         char raw[24];
         std::snprintf(raw, sizeof raw, "%llX/", static_cast<unsigned long long>(s.value));
-        out += raw + narrow(printed) + (v.text ? "+text" : "") + (hr == S_OK ? "*" : "");
+        const char16_t* shown = nullptr;
+        if (v.text) Q9Db_stringLookup(handle, v.text, 0, 0, &shown);
+        out += raw + narrow(printed) + (v.text ? "+" + narrow(shown) : "") + (hr == S_OK ? "*" : "");
       }
     }
     Q9Db_destroyDecodeEnum(e);
@@ -124,6 +126,7 @@ TEST_F(DecodePlanTest, PlansDecodeAsTheNodesDo) {
         case 2:
           compute(s, text("low"), 0, 3);
           compute(s, text("high"), 4, 1e30);
+          compute(s, text("overlapping"), 2, 5, uint32_t(next(4)));
           break;
         case 3: compute(s, linear(2, 0), 1, 0); break;  // no range: never applies
         case 4: {
