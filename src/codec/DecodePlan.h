@@ -174,9 +174,12 @@ inline bool planMatches(const TriggeringPlan& plan, uint32_t identifier, uint32_
 }
 
 // The value of a word-read field; the payload holds the frame's length.
+// Both byte orders are worked out and one is picked, without a branch: the
+// order changes from frame to frame.
 inline uint64_t readPlannedWord(const PlannedField& f, const uint8_t* payload) {
-  const uint64_t word =
-      f.read == FieldRead::LittleWord ? loadWordLittleEndian(payload + f.wordBase) : loadWordBigEndian(payload + f.wordBase);
+  const uint64_t little = loadWordLittleEndian(payload + f.wordBase);
+  const uint64_t big = __builtin_bswap64(little);
+  const uint64_t word = f.read == FieldRead::LittleWord ? little : big;
   return (word << f.up) >> f.down;
 }
 

@@ -311,8 +311,13 @@ Q9DB_API HRESULT Q9Db_decodeMessage(Q9DbNode* channel, uint32_t identifier, uint
     if (!e) return E_INVALIDARG;
     *pEnum = e;
   }
-  // Stack entries are set up as they are pushed; 67 KB need no clearing per message.
-  std::memset(static_cast<void*>(e), 0, offsetof(Q9DbDecodeEnum, stack));
+  // Every field before the stack; stack entries are set up as they are
+  // pushed, so 67 KB need no clearing per message.
+  e->filter = nullptr;
+  e->triggering = nullptr;
+  endWalk(e->pduWalk);
+  endWalk(e->instanceWalk);
+  e->depth = 0;
   e->pushBudget = 0;
   e->magic = kDecodeMagic;
   e->channel = channel;
