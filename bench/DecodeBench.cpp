@@ -39,8 +39,10 @@ const Workload& workload(unsigned messages) {
   return *w;
 }
 
+// With changeEvery > 0 the database changes after every so many frames, and
+// the decoder compiles what it meets again.
 template <bool physical>
-void runDecode(benchmark::State& state) {
+void runDecode(benchmark::State& state, std::size_t changeEvery = 0) {
   const Workload& w = workload(unsigned(state.range(0)));
   Q9DbNode* channel = w.network.channel();
   const std::vector<ReceivedFrame>& received = w.frames;
@@ -54,6 +56,7 @@ void runDecode(benchmark::State& state) {
   uint64_t signals = 0;
   std::size_t next = 0;
   for (auto _ : state) {
+    if (changeEvery && next % changeEvery == 0) Q9Db_setParam(channel, next);
     const ReceivedFrame& f = received[next++ & (kFrames - 1)];
     Q9Db_decodeMessage(channel, f.identifier, f.flags, f.length, f.payload, &e);
     while (SUCCEEDED(Q9Db_decodeNextFrametriggering(e, nullptr))) {
@@ -79,6 +82,10 @@ BENCHMARK(BM_DecodePhysical)->ArgName("messages")->Arg(400)->Arg(16);
 
 void BM_DecodeRaw(benchmark::State& state) { runDecode<false>(state); }
 BENCHMARK(BM_DecodeRaw)->ArgName("messages")->Arg(400)->Arg(16);
+
+// What a change costs the decoder: every change takes away what it compiled.
+void BM_DecodePhysicalChanging(benchmark::State& state) { runDecode<true>(state, std::size_t(state.range(1))); }
+BENCHMARK(BM_DecodePhysicalChanging)->ArgNames({"messages", "framesPerChange"})->Args({400, 4096})->Args({400, 65536});
 
 }  // namespace
 
