@@ -389,6 +389,13 @@ Q9DB_API HRESULT Q9Db_decodeNextSignal(Q9DbDecodeEnum* e, const Q9DbFilter* filt
       }
     }
   }
+  // The usual end of a message: a channel without PDU instances of its own.
+  if (e && out && e->magic == kDecodeMagic && e->depth == 0 && e->state == kChannelPdus &&
+      e->pduWalk.layout == &childLayout && !e->pduWalk.block) {
+    e->filter = filter;
+    e->state = kFinished;
+    return Q9_E_NOT_FOUND;
+  }
   return nextSignal(e, filter, out);
 }
 
