@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <thread>
 
 #include "DecoderFixture.h"
@@ -23,7 +24,10 @@ class DecodePlanTest : public DecoderTest {
   // Every signal of one message with its raw and physical value, the text of
   // a text computation and whether any matched: "name=raw/physical+text*".
   std::string decoded(uint32_t identifier, uint32_t flags, const Bytes& payload) {
-    Q9DbDecodeEnum* e = nullptr;
+    // The caller-owned form, so that the library's heap shows what the
+    // walk itself takes.
+    std::unique_ptr<Q9DbDecodeEnum> own(new Q9DbDecodeEnum);
+    Q9DbDecodeEnum* e = own.get();
     EXPECT_EQ(Q9Db_decodeMessage(channel, identifier, flags, payload.size(), payload.data(), &e), S_OK);
     std::string out;
     char text[16];
@@ -50,7 +54,6 @@ class DecodePlanTest : public DecoderTest {
         out += raw + narrow(printed) + (v.text ? "+" + narrow(shown) : "") + (hr == S_OK ? "*" : "");
       }
     }
-    Q9Db_destroyDecodeEnum(e);
     return out;
   }
 
@@ -289,6 +292,20 @@ TEST_F(DecodePlanTest, APhysicalValueAfterAChangeFollowsIt) {
   EXPECT_EQ(v.value.d, 30.0);
   EXPECT_EQ(Q9Db_internalToPhysical(nullptr, d.value, &v), E_INVALIDARG);
   EXPECT_EQ(Q9Db_internalToPhysical(s, d.value, nullptr), E_INVALIDARG);
+}
+
+// Plans are built in room the changes set aside: decoding after a change
+// takes nothing from the heap either, multiplexed frames included.
+TEST_F(DecodePlanTest, RebuildingAfterAChangeTakesNothingFromTheHeap) {
+  Q9DbNode* mux = muxPdu(frame(u"M", 8, 1), 0, 4);
+  field(u"s", signalPdu(part(mux, kStatic, {{8, 16}})), 0, 8);
+  Q9DbNode* d = field(u"d", signalPdu(part(mux, 1, {{24, 8}})), 0, 8);
+  compute(d, text("one"), 1, 1);
+  EXPECT_EQ(decoded(1, 0, {1, 2, 3, 4, 5, 6, 7, 8}), " s=2/0x2 d=4/0x4");
+  Q9Db_setParam(d, 7);
+  const uint64_t allocations = platform::heapAllocationCount();
+  EXPECT_EQ(decoded(1, 0, {1, 2, 3, 1, 5, 6, 7, 8}), " s=2/0x2 d=1/0x1+one*");
+  EXPECT_EQ(platform::heapAllocationCount(), allocations);
 }
 
 // A plan is taken away by changes to its own database only, so a frame
