@@ -212,37 +212,22 @@ struct PartOutcome {
   const PartPlan* plan;  // null while measuring
 };
 
-bool hasSegments(const MultiplexedPart& part) {
-  const Block* b = part.segments.head;
-  return b && (b->count != 0 || b->next != b);
-}
-
 // The segments that copy bits into the part's image, as the walk assembles
 // them from a payload of the frame's length; false when the walk would drop
 // the part because a segment can't be read from any such message.
 template <typename OnCopy>
 bool forEachCopy(const MultiplexedPart& part, uint64_t offset, uint64_t frameLength, OnCopy copy) {
-  uint64_t d = 0;
-  Block* b = part.segments.head;
-  do {
-    const auto* segments = reinterpret_cast<const Segment*>(b->items());
-    for (uint64_t i = 0; i < b->count; ++i) {
-      const Segment& s = segments[i];
-      if (s.bitlen == 0) continue;
-      if (s.bitlen < 0) return false;
-      const int64_t p = int64_t(s.bitpos) + int64_t(offset);
-      if (p >= -32) {
-        const bool fromIdentifier = p < 0;
-        const uint64_t pos = uint64_t(fromIdentifier ? p + 32 : p);
-        const int32_t bits = s.byteOrder == Q9_BYTEORDER_BIGENDIAN ? -s.bitlen : s.bitlen;
-        if (pos > UINT32_MAX || fieldEndByte(pos, bits) > (fromIdentifier ? 4 : frameLength)) return false;
-        if (d < 8 * kImageBytes) copy(PlannedSegment{uint32_t(pos), bits, uint32_t(d), fromIdentifier});
-      }
-      d += uint64_t(s.bitlen);
+  return forEachSegment(part, [&](const Segment& s, uint64_t d) {
+    const int64_t p = int64_t(s.bitpos) + int64_t(offset);
+    if (p >= -32) {
+      const bool fromIdentifier = p < 0;
+      const uint64_t pos = uint64_t(fromIdentifier ? p + 32 : p);
+      const int32_t bits = s.byteOrder == Q9_BYTEORDER_BIGENDIAN ? -s.bitlen : s.bitlen;
+      if (pos > UINT32_MAX || fieldEndByte(pos, bits) > (fromIdentifier ? 4 : frameLength)) return false;
+      if (d < 8 * kImageBytes) copy(PlannedSegment{uint32_t(pos), bits, uint32_t(d), fromIdentifier});
     }
-    b = b->next;
-  } while (b != part.segments.head);
-  return true;
+    return true;
+  });
 }
 
 PartOutcome planPart(Q9Db* db, const MultiplexedPart* part, uint64_t offset, uint64_t frameLength,

@@ -34,11 +34,6 @@ bool readSwitch(const Q9DbDecodeEnum& e, const Q9DbDecodeStackEntry& entry, cons
   return true;
 }
 
-bool hasSegments(const MultiplexedPart& part) {
-  const Block* b = part.segments.head;
-  return b && (b->count != 0 || b->next != b);
-}
-
 // Copies the part's segments one after the other into buffer, from bit 0.
 // False when a segment is malformed or lies outside its source; what goes
 // past the buffer's end is dropped.
@@ -46,27 +41,17 @@ bool assembleSegments(const Q9DbDecodeEnum& e, const Q9DbDecodeStackEntry& outer
                       uint8_t* buffer) {
   const BitSource data = entrySource(e, outer);
   const IdentifierImage id(e.identifierImage);
-  uint64_t d = 0;
-  Block* b = part.segments.head;
-  do {
-    const auto* segments = reinterpret_cast<const Segment*>(b->items());
-    for (uint64_t i = 0; i < b->count; ++i) {
-      const Segment& s = segments[i];
-      if (s.bitlen == 0) continue;
-      if (s.bitlen < 0) return false;
-      BitSource src;
-      uint64_t pos;
-      if (locate(int64_t(s.bitpos) + outer.bitOffset, data, id, &src, &pos)) {
-        const int32_t bits = orderedLength(s.byteOrder, s.bitlen);
-        if (!readable(src, pos, bits)) return false;
-        if (d < kBufferBits)
-          Q9bit_copy(buffer, Q9_DECODE_BUFFER_SIZE, uint32_t(d), s.bitlen, src.bytes, uint32_t(pos), bits);
-      }
-      d += uint64_t(s.bitlen);
+  return forEachSegment(part, [&](const Segment& s, uint64_t d) {
+    BitSource src;
+    uint64_t pos;
+    if (locate(int64_t(s.bitpos) + outer.bitOffset, data, id, &src, &pos)) {
+      const int32_t bits = orderedLength(s.byteOrder, s.bitlen);
+      if (!readable(src, pos, bits)) return false;
+      if (d < kBufferBits)
+        Q9bit_copy(buffer, Q9_DECODE_BUFFER_SIZE, uint32_t(d), s.bitlen, src.bytes, uint32_t(pos), bits);
     }
-    b = b->next;
-  } while (b != part.segments.head);
-  return true;
+    return true;
+  });
 }
 
 void pushPart(Q9DbDecodeEnum& e, const Q9DbDecodeStackEntry& outer, const MultiplexedPart* part) {

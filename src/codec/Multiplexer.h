@@ -13,6 +13,32 @@ inline bool isDecodablePdu(const void* node) {
   return isExact<SignalPDU>(node) || isExact<MultiplexedPDU>(node);
 }
 
+// Whether the part assembles an image of its own from segments.
+inline bool hasSegments(const MultiplexedPart& part) {
+  const Block* b = part.segments.head;
+  return b && (b->count != 0 || b->next != b);
+}
+
+// Calls visit(segment, d) for each segment of the part that has a length, d
+// being where its bits go in the part's image. False as soon as a segment's
+// length is negative or visit answers false.
+template <typename Visit>
+bool forEachSegment(const MultiplexedPart& part, Visit visit) {
+  uint64_t d = 0;
+  Block* b = part.segments.head;
+  do {
+    const auto* segments = reinterpret_cast<const Segment*>(b->items());
+    for (uint64_t i = 0; i < b->count; ++i) {
+      const Segment& s = segments[i];
+      if (s.bitlen == 0) continue;
+      if (s.bitlen < 0 || !visit(s, d)) return false;
+      d += uint64_t(s.bitlen);
+    }
+    b = b->next;
+  } while (b != part.segments.head);
+  return true;
+}
+
 // Reads the switch of the multiplexed PDU on top of the stack and pushes the
 // selected part, then the static part above it, so that the static part's
 // signals come first. Parts that cannot be assembled from this message, or
