@@ -10,8 +10,8 @@
 #       A long run whose corpus stays in build-fuzz/campaign/TARGET, so that
 #       several runs add up; the seeds are its start.
 #   fuzz/run.sh --minimise TARGET
-#       Merges the seeds and the campaign's corpus into the smallest set
-#       with the same coverage and puts it in fuzz/corpus/TARGET.
+#       Merges the seeds and the campaign's corpus into a small set that
+#       reaches every edge they reach and puts it in fuzz/corpus/TARGET.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source_dir=$PWD
@@ -118,7 +118,9 @@ minimise() {
   mkdir -p "$merged"
   local sources=("$source_dir/fuzz/corpus/$t")
   [[ -d $build/campaign/$t/corpus ]] && sources+=("$build/campaign/$t/corpus")
-  "$build/bin/fuzz_$t" -merge=1 -timeout=20 -rss_limit_mb=2560 -max_len=16384 "$merged" "${sources[@]}" \
+  # Edges only (-use_counters=0): hit counts would keep several times as
+  # many inputs, too many to keep in the repository.
+  "$build/bin/fuzz_$t" -merge=1 -use_counters=0 -timeout=20 -rss_limit_mb=2560 -max_len=16384 "$merged" "${sources[@]}" \
     > "$build/merged/$t.log" 2>&1 || { tail -20 "$build/merged/$t.log" >&2; die "merge failed"; }
   rm -rf "$source_dir/fuzz/corpus/$t"
   mv "$merged" "$source_dir/fuzz/corpus/$t"
