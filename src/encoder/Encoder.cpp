@@ -64,6 +64,8 @@ HRESULT CEncode::Init(void* scope) {
   scope_ = scope;
   HRESULT hr = BuildFrameRecords();
   if (SUCCEEDED(hr)) hr = BuildPduRecords();
+  if (SUCCEEDED(hr)) hr = schedule_.Build(pduStore_);
+  if (SUCCEEDED(hr)) hr = carriers_.Build(pduStore_, frameStore_);
   if (FAILED(hr)) return hr;
 
   // The defaults go in as the changes of an app of the encoder's own, which
@@ -137,6 +139,7 @@ HRESULT CEncode::RegisterApp(uint32_t* app) {
   for (uint32_t i = 0; i < kAppCount; ++i) {
     if (apps_[i].inUse) continue;
     apps_[i] = App{1, uint8_t(Q9_ENC_MODE_OFF)};
+    onceMask_ &= ~(1u << i);
     *app = i;
     return S_OK;
   }
@@ -161,6 +164,10 @@ HRESULT CEncode::SetSendMode(uint32_t app, uint32_t mode) {
     activeMask_ |= 1u << app;
   else
     activeMask_ &= ~(1u << app);
+  if (apps_[app].mode == Q9_ENC_MODE_ONCE)
+    onceMask_ |= 1u << app;
+  else
+    onceMask_ &= ~(1u << app);
   return S_OK;
 }
 
@@ -203,10 +210,17 @@ HRESULT CEncode::ChangeSignal(uint32_t phase, uint32_t app, void* signal, uint64
       continue;
     }
     writeField(*record, placeOf(instance), scratch, uint32_t(length));
-    pduStore_.Mark(true, 1u << (app % 32), record);
+    MarkPdu(1u << (app % 32), *record);
     result = S_OK;
   }
   return result;
+}
+
+void CEncode::MarkPdu(uint32_t mask, EncoderRecord& pdu) {
+  const bool wasClean = pdu.changeMask == 0;
+  pduStore_.Mark(true, mask, &pdu);
+  // Only the first mark can bring the due time forward.
+  if (wasClean && pdu.changeMask != 0) schedule_.Reschedule(pdu);
 }
 
 HRESULT CEncode::GetFrameCount(uint32_t* count) {
@@ -235,8 +249,7 @@ HRESULT CEncode::GetChangedFrame(Q9DbChangedFrame* out) {
     return S_OK;
   }
   // The list ran dry: apps in mode once have seen all they get.
-  for (uint32_t app = 0; app < kAppCount && (activeMask_ & ~kAllClients) != 0; ++app)
-    if (apps_[app].mode == Q9_ENC_MODE_ONCE) activeMask_ &= ~(1u << app);
+  activeMask_ &= ~onceMask_;
   return S_FALSE;
 }
 

@@ -12,8 +12,10 @@
 #include <mutex>
 
 #include "Q9Db.h"
+#include "encoder/EncoderSchedule.h"
 #include "encoder/EncoderStore.h"
 #include "encoder/MemberWalk.h"
+#include "encoder/PduCarriers.h"
 #include "encoder/WalkerCommands.h"
 
 namespace q9 {
@@ -75,15 +77,23 @@ class CEncode {
   HRESULT ActivateFrame(void* frame, bool on);
   HRESULT ActivateSourceFrames(void* ecu, bool on);
 
+  HRESULT SetPduActive(void* pdu, bool on);
+  // Marks a PDU record changed; the schedule learns when that makes it due.
+  void MarkPdu(uint32_t mask, EncoderRecord& pdu);
+
   void DrainChanged(uint32_t level);
   void RunTimings(uint32_t level, uint64_t time);
+  void RunTiming(EncoderRecord& pdu, uint64_t time);
   void SendUp(EncoderRecord& pdu, bool full);
 
   EncoderStore frameStore_;
   EncoderStore pduStore_;
+  EncoderSchedule schedule_;  // of pduStore_'s records
+  PduCarriers carriers_;      // of pduStore_'s records
   CQ9DbCMD* walker_;
   void* scope_ = nullptr;
   uint32_t activeMask_ = kAllClients;
+  uint32_t onceMask_ = 0;  // bit n for app n in mode once
   App apps_[kAppCount] = {};
   std::recursive_mutex lock_;
 };

@@ -70,8 +70,17 @@ HRESULT CEncode::ActivateSourceFrames(void* ecu, bool on) {
 HRESULT CEncode::ActivateFrame(void* frame, bool on) {
   const uint32_t count = walker_->CountPDUs(frame);
   HRESULT last = S_FALSE;
-  for (uint32_t i = 0; i < count; ++i) last = pduStore_.SetActive(walker_->NthPDU(frame, i, nullptr), on);
+  for (uint32_t i = 0; i < count; ++i) last = SetPduActive(walker_->NthPDU(frame, i, nullptr), on);
   return last == S_OK ? frameStore_.SetActive(frame, on) : last;
+}
+
+// The first insert puts the PDU's record into its level's queue, and the
+// last delete takes it out.
+HRESULT CEncode::SetPduActive(void* pdu, bool on) {
+  const HRESULT result = pduStore_.SetActive(pdu, on);
+  EncoderRecord* record = result == S_OK ? pduStore_.Find(pdu) : nullptr;
+  if (record && record->activeCount == (on ? 1 : 0)) schedule_.SetActive(*record, on);
+  return result;
 }
 
 }  // namespace q9

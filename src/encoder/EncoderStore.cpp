@@ -83,7 +83,11 @@ void EncoderStore::Seal() {
     capacity_ = count_;
   }
   for (Level& level : levels_) level.count = 0;
-  for (uint32_t i = 0; i < count_; ++i) ++levels_[records_[i].level].count;
+  highest_ = 0;
+  for (uint32_t i = 0; i < count_; ++i) {
+    ++levels_[records_[i].level].count;
+    if (records_[i].level > highest_) highest_ = records_[i].level;
+  }
 }
 
 EncoderRecord* EncoderStore::Find(const void* node) const {
@@ -97,12 +101,6 @@ EncoderRecord* EncoderStore::Find(const void* node) const {
 
 EncoderRecord* EncoderStore::First(EncoderList list, uint32_t level) const {
   return level < kEncoderLevels ? levels_[level].heads[list] : nullptr;
-}
-
-uint32_t EncoderStore::HighestLevel() const {
-  for (uint32_t level = kEncoderLevels; level-- > 0;)
-    if (levels_[level].count != 0) return level;
-  return 0;
 }
 
 bool EncoderStore::Linked(EncoderList list, const EncoderRecord* record) const {
@@ -167,6 +165,7 @@ void EncoderStore::Free() {
   capacity_ = 0;
   count_ = 0;
   for (Level& level : levels_) level = Level{};
+  highest_ = 0;
 }
 
 }  // namespace q9

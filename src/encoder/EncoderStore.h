@@ -62,7 +62,7 @@ class EncoderStore {
     return record ? record->links[list].next : nullptr;
   }
   // The deepest level that holds a record; 0 also for an empty store.
-  uint32_t HighestLevel() const;
+  uint32_t HighestLevel() const { return highest_; }
 
   // Set: adds mask's bits, linking the record at the head of its level's
   // changed list when it had none. Clear: takes them out, unlinking it when
@@ -93,6 +93,7 @@ class EncoderStore {
   EncoderRecord* records_ = nullptr;
   EncoderRecord** sorted_ = nullptr;  // in the records' block, behind them
   Level levels_[kEncoderLevels] = {};
+  uint32_t highest_ = 0;  // learnt at Seal
 };
 
 }  // namespace q9

@@ -4,13 +4,13 @@
 #include "encoder/Encoder.h"
 
 #include "encoder/ImageWriting.h"
-#include "encoder/MemberWalk.h"
 #include "store/Nodes.h"
 
 namespace q9 {
 
 HRESULT CEncode::Trigger(uint32_t phase, uint64_t time) {
   std::lock_guard<std::recursive_mutex> hold(lock_);
+  if (phase != kInitPhase) schedule_.SetNow(time);
   // Level 0 holds frames' PDUs only on a frame scope, and those stay put.
   // Deeper levels go first, so a part's PDU reaches its multiplexed PDU
   // before that one is looked at.
@@ -32,22 +32,34 @@ void CEncode::DrainChanged(uint32_t level) {
     SendUp(*r, false);
 }
 
+// The level's active records that may be due, in the order of its active
+// list: the others would find nothing to send.
 void CEncode::RunTimings(uint32_t level, uint64_t time) {
-  for (EncoderRecord* r = pduStore_.First(kActiveList, level); r; r = EncoderStore::Next(kActiveList, r)) {
-    if (!r->triggering) {
+  schedule_.BeginLevel(level);
+  while (EncoderRecord* r = schedule_.Next()) RunTiming(*r, time);
+  schedule_.EndLevel();
+}
+
+void CEncode::RunTiming(EncoderRecord& r, uint64_t time) {
+  uint16_t kind = 0;
+  switch (schedule_.Source(r)) {
+    case TimingSource::kUntimed:
       // Without a PDU triggering there is no timing to wait for.
-      if (r->changeMask) SendUp(*r, false);
-      continue;
-    }
-    uint16_t kind = 0;
-    if (walker_->CheckTiming(r->triggering, time, r->lastTime, &kind) != S_OK) continue;
-    if (kind == Q9_NODETYPE_CyclicTiming) {
-      r->lastTime = time;
-      SendUp(*r, true);
-    } else if (kind == Q9_NODETYPE_EventControlledTiming && r->changeMask) {
-      r->lastTime = time;
-      SendUp(*r, false);
-    }
+      if (r.changeMask) SendUp(r, false);
+      return;
+    case TimingSource::kRules:
+      kind = schedule_.DueKind(r, time);
+      break;
+    case TimingSource::kWalker:
+      if (walker_->CheckTiming(r.triggering, time, r.lastTime, &kind) != S_OK) return;
+      break;
+  }
+  if (kind == Q9_NODETYPE_CyclicTiming) {
+    r.lastTime = time;
+    SendUp(r, true);
+  } else if (kind == Q9_NODETYPE_EventControlledTiming && r.changeMask) {
+    r.lastTime = time;
+    SendUp(r, false);
   }
 }
 
@@ -56,21 +68,13 @@ void CEncode::RunTimings(uint32_t level, uint64_t time) {
 // PDU's own marks. Then the PDU is clean.
 void CEncode::SendUp(EncoderRecord& pdu, bool full) {
   const uint32_t mark = full ? kAllClients : pdu.changeMask;
-  MemberWalk carriers(Q9Db_enumParents, pdu.node);
-  void* carrier = nullptr;
-  while (carriers.next(&carrier)) {
-    if (isExact<PDUInstance>(carrier)) {
-      const auto& instance = *as<PDUInstance>(carrier);
-      EncoderRecord* frame = isExact<Frame>(instance.parent) ? frameStore_.Find(instance.parent) : nullptr;
-      if (!frame) continue;  // a frame outside the scope stays unwritten
-      writeField(*frame, placeOf(instance), pdu.image, pdu.bitLength);
-      frameStore_.Mark(true, mark, frame);
-    } else if (isExact<MultiplexedPart>(carrier)) {
-      const auto& part = *as<MultiplexedPart>(carrier);
-      EncoderRecord* multiplexed = isExact<MultiplexedPDU>(part.parent) ? pduStore_.Find(part.parent) : nullptr;
-      if (!multiplexed) continue;
-      writePart(*multiplexed, part, pdu);
-      pduStore_.Mark(true, mark, multiplexed);
+  for (const PduCarrier& carrier : carriers_.Of(pdu)) {
+    if (carrier.isPart) {
+      writePart(*carrier.target, *as<MultiplexedPart>(carrier.link), pdu);
+      MarkPdu(mark, *carrier.target);
+    } else {
+      writeField(*carrier.target, placeOf(*as<PDUInstance>(carrier.link)), pdu.image, pdu.bitLength);
+      frameStore_.Mark(true, mark, carrier.target);
     }
   }
   pduStore_.Mark(false, ~0u, &pdu);

@@ -1,6 +1,7 @@
 #include "encoder/ImageWriting.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "codec/BitField.h"
 #include "encoder/MemberWalk.h"
@@ -79,9 +80,16 @@ void writeSwitch(EncoderRecord& target, const MultiplexedPDU& pdu, uint32_t code
 }  // namespace
 
 void writeField(EncoderRecord& target, const FieldPlace& place, const uint8_t* source, uint32_t sourceBits) {
-  if (place.bitpos >= 0 && sourceBits != 0)
-    Q9bit_insert(target.image, source, target.byteSize, uint32_t(place.bitpos),
-                 ordered(place.byteOrder, int32_t(sourceBits)));
+  if (place.bitpos >= 0 && sourceBits != 0) {
+    const uint32_t bitpos = uint32_t(place.bitpos);
+    // Whole bytes in place, as a PDU mostly stands in its frame: a copy
+    // does what the bit insert would.
+    if (place.byteOrder != Q9_BYTEORDER_BIGENDIAN && bitpos % 8 == 0 && sourceBits % 8 == 0 &&
+        uint64_t(bitpos / 8) + sourceBits / 8 <= target.byteSize)
+      std::memcpy(target.image + bitpos / 8, source, sourceBits / 8);
+    else
+      Q9bit_insert(target.image, source, target.byteSize, bitpos, ordered(place.byteOrder, int32_t(sourceBits)));
+  }
   setBit(target, place.updateBitpos);
 }
 
