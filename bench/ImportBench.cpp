@@ -3,14 +3,12 @@
 // import run reads the whole file into a fresh Lua state (and closes it);
 // the scan runs time the tokenising alone.
 #include <benchmark/benchmark.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <fstream>
 #include <lua.hpp>
 #include <string>
 
 #include "GeneratedDbc.h"
+#include "GeneratedFile.h"
 #include "Q9Db.h"
 #include "import/DbcScanner.h"
 #include "import/LdfScanner.h"
@@ -18,25 +16,9 @@
 
 namespace {
 
+using q9bench::GeneratedFile;
+
 constexpr uint64_t kDbcSeed = 4;
-
-// File names here are plain ASCII, so widening byte by byte is exact.
-std::u16string widen(const std::string& text) { return std::u16string(text.begin(), text.end()); }
-
-class GeneratedFile {
- public:
-  GeneratedFile(const std::string& suffix, const std::string& content)
-      : path_("/tmp/q9db_bench_" + std::to_string(::getpid()) + suffix), size_(content.size()) {
-    std::ofstream(path_, std::ios::binary) << content;
-  }
-  ~GeneratedFile() { std::remove(path_.c_str()); }
-  const std::string& path() const { return path_; }
-  std::size_t size() const { return size_; }
-
- private:
-  std::string path_;
-  std::size_t size_;
-};
 
 std::string generateLdf(std::size_t minBytes) {
   std::string signals, frames, encodings;
@@ -56,7 +38,7 @@ std::string generateLdf(std::size_t minBytes) {
 
 void runImport(benchmark::State& state, int (*import)(lua_State*, const char16_t*),
                const GeneratedFile& file) {
-  const std::u16string path = widen(file.path());
+  const std::u16string path = file.widePath();
   for (auto _ : state) {
     lua_State* L = luaL_newstate();
     if (import(L, path.c_str()) != 1) state.SkipWithError("the import failed");
@@ -79,7 +61,7 @@ const GeneratedFile& ldfFile() {
 template <typename Scanner, HRESULT (*create)(q9::platform::LexerInput*, Scanner**),
           void (*destroy)(Scanner*), int (*next)(Scanner&)>
 void runScan(benchmark::State& state, const GeneratedFile& file) {
-  const std::u16string path = widen(file.path());
+  const std::u16string path = file.widePath();
   for (auto _ : state) {
     q9::platform::LexerInput* input = nullptr;
     Scanner* scanner = nullptr;
