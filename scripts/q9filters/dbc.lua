@@ -21,18 +21,8 @@ local M = {
   exportExtension = ".dbc",
 }
 
--- The core table of the library (importDBC). Format modules are loaded
--- without access to the package root's copy, so they open the core
--- themselves; a second Q9Db_core call in a state is harmless.
-local core
-local function Q9Db()
-  if not core then
-    local source = debug.getinfo(1, "S").source
-    local folder = source:match("^@(.*)/q9filters/[^/]*$") or "."
-    core = assert(package.loadlib(folder .. "/libQ9Db.so", "Q9Db_core"))()
-  end
-  return core
-end
+-- The core table of the library (importDBC).
+local Q9Db = require("q9filters.common").core
 
 local OPTION_KINDS = {prefix = "text", language = "integer", version = "text"}
 

@@ -6,15 +6,7 @@
 -- valid UTF-8 are read as Windows-1252.
 local T = {}
 
--- 0x80..0x9F of Windows-1252; the rest of the upper half is Latin-1.
-local cp1252 = {
-  [0x80] = 0x20AC, [0x82] = 0x201A, [0x83] = 0x0192, [0x84] = 0x201E, [0x85] = 0x2026,
-  [0x86] = 0x2020, [0x87] = 0x2021, [0x88] = 0x02C6, [0x89] = 0x2030, [0x8A] = 0x0160,
-  [0x8B] = 0x2039, [0x8C] = 0x0152, [0x8E] = 0x017D, [0x91] = 0x2018, [0x92] = 0x2019,
-  [0x93] = 0x201C, [0x94] = 0x201D, [0x95] = 0x2022, [0x96] = 0x2013, [0x97] = 0x2014,
-  [0x98] = 0x02DC, [0x99] = 0x2122, [0x9A] = 0x0161, [0x9B] = 0x203A, [0x9C] = 0x0153,
-  [0x9E] = 0x017E, [0x9F] = 0x0178,
-}
+local cp1252 = require("q9filters.common").cp1252
 
 function T.utf8(text)
   if text == nil or utf8.len(text) then return text end
@@ -68,18 +60,8 @@ function T.options(textValue, complain)
   return options
 end
 
--- The core table of the library (importLDF, constants). The package root
--- holds one, but format modules are loaded without access to it, so they
--- open the core themselves; a second Q9Db_core call in a state is harmless.
-local core
-function T.core()
-  if not core then
-    local source = debug.getinfo(1, "S").source
-    local folder = source:match("^@(.*)/q9filters/[^/]*$") or "."
-    core = assert(package.loadlib(folder .. "/libQ9Db.so", "Q9Db_core"))()
-  end
-  return core
-end
+-- The core table of the library (importLDF, constants).
+T.core = require("q9filters.common").core
 
 -- Reads a file into the reader's tree, or raises an error naming the file
 -- and carrying the reader's message (which has line and column).
