@@ -4,6 +4,7 @@
 #include <type_traits>
 
 #include "store/Accelerators.h"
+#include "store/BlockDirectory.h"
 #include "store/Database.h"
 #include "store/StringStore.h"
 
@@ -118,6 +119,8 @@ Q9DB_API HRESULT Q9Db_setElementId(Q9DbNode* node, const char16_t* id) {
   if (!isA<ElementId>(node)) return E_INVALIDARG;
   noteNodeChange(node);
   auto* n = as<ElementId>(node);
+  // The node may stand in sorted lists, which its new id can put out of order.
+  if (n->databaseRef) forgetDirectories(n->databaseRef->directories);
   if (!id) {
     n->eid = nullptr;
     return S_OK;

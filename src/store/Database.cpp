@@ -6,6 +6,7 @@
 #include "platform/Heap.h"
 #include "store/Accelerators.h"
 #include "store/Allocator.h"
+#include "store/BlockDirectory.h"
 #include "store/NodeClasses.h"
 #include "store/StringStore.h"
 
@@ -41,24 +42,37 @@ ObjectBase* allocNode(Q9Db* db, uint32_t nodeType) {
   return node;
 }
 
-int32_t compareElementId(const void* key, const void* item) {
+const void* elementIdOf(const void* item) {
   // Light nodes may stand in a sorted group; they have no id to read.
-  const char16_t* eid =
-      inClasses(item, ElementId::kFirst, ElementId::kLast) ? as<ElementId>(item)->eid : nullptr;
-  return compareText(static_cast<const char16_t*>(key), eid);
+  return inClasses(item, ElementId::kFirst, ElementId::kLast) ? as<ElementId>(item)->eid : nullptr;
+}
+
+int32_t compareElementId(const void* key, const void* item) {
+  return compareText(static_cast<const char16_t*>(key),
+                     static_cast<const char16_t*>(elementIdOf(item)));
 }
 
 namespace {
 
+// Inserts element into group's children at its eid: S_OK, S_FALSE when the
+// eid is there already, or the insertion's failure.
+HRESULT insertSortedById(ElementGroup* group, ElementId* element, const BlockLayout* layout) {
+  Q9Db* db = group->databaseRef;
+  BlockDirectory* directory = directoryFor(&db->directories, &group->children);
+  prepareDirectory(directory, &group->children, elementIdOf, compareElementId);
+  Block* block = nullptr;
+  uint64_t position = 0, slot = 0;
+  if (searchSortedWith(directory, &group->children, &block, &position, &slot, element->eid,
+                       compareElementId) == S_OK)
+    return S_FALSE;
+  return insertSortedWith(directory, layout, db->allocator, &group->children, block, position,
+                          slot, element);
+}
+
 // Enters an element into the name index unless its id is taken there.
 HRESULT indexElement(DatabaseCollections* collections, ElementId* element) {
-  ElementGroup* index = collections->identElements;
-  Block* block = nullptr;
-  uint64_t position = 0;
-  if (searchSorted(&index->children, &block, &position, element->eid, compareElementId) == S_OK)
-    return S_OK;
-  return insertSorted(&indexLayout, index->databaseRef->allocator, &index->children, block,
-                      position, element);
+  const HRESULT hr = insertSortedById(collections->identElements, element, &indexLayout);
+  return hr == S_FALSE ? S_OK : hr;  // the first holder of an id keeps it
 }
 
 HRESULT makeCollectionGroup(Q9Db* db, DatabaseCollections* collections, const char16_t* id,
@@ -78,6 +92,7 @@ HRESULT makeCollectionGroup(Q9Db* db, DatabaseCollections* collections, const ch
 
 void release(Q9Db* db) {
   releaseAccelerators(db);
+  releaseDirectories(&db->directories);
   if (db->stringStore) destroyStringStore(db->stringStore);
   if (db->allocator) db->allocator->destroy(db->allocator);
   platform::heapFree(db);
@@ -132,12 +147,8 @@ HRESULT registerElementId(Q9Db* db, const char16_t* text, ObjectBase* node) {
 }
 
 HRESULT insertChildSorted(ElementGroup* owner, ElementId* child, const BlockLayout* layout) {
-  Block* block = nullptr;
-  uint64_t position = 0;
-  if (searchSorted(&owner->children, &block, &position, child->eid, compareElementId) == S_OK)
-    return S_OK;
-  const HRESULT hr = insertSorted(layout, owner->databaseRef->allocator, &owner->children, block,
-                                  position, child);
+  const HRESULT hr = insertSortedById(owner, child, layout);
+  if (hr == S_FALSE) return S_OK;
   if (hr == S_OK) child->group = owner;
   return hr;
 }
@@ -197,9 +208,12 @@ Q9DB_API HRESULT Q9Db_findChildByElementId(Q9DbNode* groupNode, const char16_t* 
                                            Q9DbNode** out) {
   if (!isA<ElementGroup>(groupNode)) return E_INVALIDARG;
   auto* group = as<ElementGroup>(groupNode);
+  const BlockDirectory* directory =
+      group->databaseRef ? findDirectory(group->databaseRef->directories, &group->children) : nullptr;
   Block* block = nullptr;
-  uint64_t position = 0;
-  if (searchSorted(&group->children, &block, &position, id, compareElementId) != S_OK)
+  uint64_t position = 0, slot = 0;
+  if (searchSortedWith(directory, &group->children, &block, &position, &slot, id,
+                       compareElementId) != S_OK)
     return S_FALSE;
   *out = static_cast<Q9DbNode*>(block->pointers()[position]);
   return S_OK;

@@ -28,6 +28,8 @@ HRESULT registerElementId(Q9Db* db, const char16_t* text, ObjectBase* node);
 // nothing done when the id is taken. Sets the element's group on insertion.
 HRESULT insertChildSorted(ElementGroup* owner, ElementId* child, const BlockLayout* layout);
 
+// The eid of a listed element, null for a light node.
+const void* elementIdOf(const void* item);
 // Comparison of an eid key with a listed element.
 int32_t compareElementId(const void* key, const void* item);
 

@@ -3,6 +3,7 @@
 #include "store/MemberLists.h"
 
 #include "store/Accelerators.h"
+#include "store/BlockDirectory.h"
 #include "store/Database.h"
 #include "store/StringStore.h"
 #include "store/TriggeringIndex.h"
@@ -14,10 +15,17 @@ Allocator* allocatorOf(ObjectBase* owner) {
   return static_cast<DatabaseRef*>(owner)->databaseRef->allocator;
 }
 
+// An append may add a block behind a sorted list's directory, or an item
+// out of order: the directory is no longer to be trusted.
+void forgetAppendedList(ObjectBase* owner, const PagedList* list) {
+  forgetDirectory(static_cast<DatabaseRef*>(owner)->databaseRef->directories, list);
+}
+
 HRESULT appendMember(const ListPlace& where, ObjectBase* owner, ObjectBase* item) {
   noteNodeChange(owner);
   noteNodeChange(item);  // its back-reference changes too
   PagedList* list = where.list(owner);
+  forgetAppendedList(owner, list);
   const HRESULT hr = appendPointer(where.layout, allocatorOf(owner), list, item);
   if (hr != S_OK) return hr;
   // The index only speeds decoding up: where it fails, the decoder walks the list.
@@ -123,6 +131,7 @@ HRESULT insertChildrenInto(ElementGroup* group, uint64_t count, Q9DbNode* const*
     noteNodeChange(group);
     noteNodeChange(item);
     if (lightNodesAppend && !isA<DatabaseRef>(item)) {
+      forgetAppendedList(group, &group->children);
       result = appendPointer(&childLayout, allocatorOf(group), &group->children, item);
       continue;
     }

@@ -18,6 +18,7 @@ struct ElementGroup;
 struct MultiplexedPart;
 struct TriggeringIndex;
 struct AcceleratorRoom;
+struct BlockDirectories;
 
 #define Q9_NODE_CLASS(Name, l1, l2, first, last) \
   static constexpr uint32_t kNodeType = makeNodeType(l1, l2, first, last); \
@@ -66,6 +67,8 @@ struct Q9Db : ElementReference {
   StringStore* stringStore;
   // What readers compile from the nodes; emptied by every change.
   AcceleratorRoom* accelerators;
+  // Directories over the blocks of long sorted lists; see BlockDirectory.h.
+  BlockDirectories* directories;
 };
 
 struct ElementGroup : ElementReference {

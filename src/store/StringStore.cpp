@@ -6,6 +6,7 @@
 #include "platform/Heap.h"
 #include "platform/WideText.h"
 #include "store/Allocator.h"
+#include "store/BlockDirectory.h"
 
 namespace q9 {
 
@@ -50,21 +51,28 @@ HRESULT createStringStore(Allocator* alloc, StringStore** out) {
 }
 
 void destroyStringStore(StringStore* store) {
-  if (store && store->tag == kStringStoreTag) platform::heapFree(store);
+  if (!store || store->tag != kStringStoreTag) return;
+  releaseDirectories(&store->directories);
+  platform::heapFree(store);
 }
 
 const char16_t* internText(StringStore* store, const char16_t* text) {
   if (!text) return nullptr;
+  BlockDirectory* directory = directoryFor(&store->directories, &store->textIndex);
+  prepareDirectory(directory, &store->textIndex, [](const void* text) { return text; },
+                   compareTextItems);
   Block* block = nullptr;
-  uint64_t index = 0;
-  if (searchSorted(&store->textIndex, &block, &index, text, compareTextItems) == S_OK)
+  uint64_t index = 0, slot = 0;
+  if (searchSortedWith(directory, &store->textIndex, &block, &index, &slot, text, compareTextItems) ==
+      S_OK)
     return static_cast<const char16_t*>(block->pointers()[index]);
   const std::size_t bytes = (textLength(text) + 1) * sizeof(char16_t);
   auto* copy = static_cast<char16_t*>(store->allocator->alloc(store->allocator, bytes));
   if (!copy) return nullptr;
   std::memcpy(copy, text, bytes);
   // A copy the index could not take is still good; later searches miss it.
-  insertSorted(&store->textLayout, store->allocator, &store->textIndex, block, index, copy);
+  insertSortedWith(directory, &store->textLayout, store->allocator, &store->textIndex, block, index,
+                   slot, copy);
   return copy;
 }
 

@@ -11,6 +11,7 @@
 namespace q9 {
 
 struct Allocator;
+struct BlockDirectories;
 
 constexpr uint32_t kStringStoreTag = fourCC("STRS");
 constexpr uint32_t kSlotTag = fourCC("SLOT");
@@ -31,6 +32,7 @@ struct StringStore {
   BlockLayout slotLayout;
   PagedList slots;
   LanguageCacheEntry lookupCache[2];
+  BlockDirectories* directories;  // the text index's, once it is long
 };
 
 struct StringSlot {

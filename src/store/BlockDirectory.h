@@ -1,0 +1,59 @@
+// A directory over the blocks of a long sorted list: the blocks in chain
+// order, so that finding the block a key belongs in is a binary search over
+// the blocks' last items instead of a walk along them. Without it, filling a
+// group or the name index with n elements costs n times the walk, which grew
+// with the square of a description file.
+//
+// The answers are those of the walk (searchSorted from the head): the first
+// block whose last item sorts at or after the key. The two agree whenever the
+// blocks' last items stand in order, which a directory checks when it is
+// built and which sorted insertion keeps. Anything that could add blocks
+// behind its back or change an item's key (appends, a new eid) forgets it;
+// a list whose last items are out of order gets none and is walked.
+//
+// Only writers build and change directories; searches read them, so readers
+// may run together as they may on the lists.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "store/PagedList.h"
+
+namespace q9 {
+
+struct BlockDirectory {
+  std::vector<Block*> blocks;  // empty until the list is long enough to need it
+};
+
+// searchSorted from the head, through the directory when it is built; slot
+// receives the block's place in the directory (0 when it is not built).
+HRESULT searchSortedWith(const BlockDirectory* directory, PagedList* list, Block** block,
+                         uint64_t* index, uint64_t* slot, const void* key, Comparison compare);
+
+// The key an item is searched by, for comparing items with each other.
+using KeyOf = const void* (*)(const void* item);
+
+// For a writer: builds the directory of a list that has grown long, when the
+// last items of its blocks are in the order of the comparison.
+void prepareDirectory(BlockDirectory* directory, PagedList* list, KeyOf keyOf, Comparison compare);
+
+// insertSorted at what searchSortedWith found, keeping the directory right
+// when the block splits.
+HRESULT insertSortedWith(BlockDirectory* directory, const BlockLayout* layout, Allocator* alloc,
+                         PagedList* list, Block* block, uint64_t index, uint64_t slot, void* value);
+
+// The directories of one database's sorted lists, by list.
+struct BlockDirectories;
+
+// Null when the database has none for the list (for readers).
+const BlockDirectory* findDirectory(const BlockDirectories* all, const PagedList* list);
+// Made on first use (for writers); null only when memory runs out.
+BlockDirectory* directoryFor(BlockDirectories** all, const PagedList* list);
+// After a change that could leave a list out of order or with blocks the
+// directory does not know.
+void forgetDirectory(BlockDirectories* all, const PagedList* list);
+void forgetDirectories(BlockDirectories* all);
+void releaseDirectories(BlockDirectories** all);
+
+}  // namespace q9
