@@ -22,11 +22,11 @@ HRESULT searchSortedWith(const BlockDirectory* directory, PagedList* list, Block
     return searchSorted(list, block, index, key, compare);
   // The first block whose last item is not below the key; every block of a
   // built directory holds items.
-  const std::vector<Block*>& blocks = directory->blocks;
+  const std::vector<BlockDirectory::Entry>& blocks = directory->blocks;
   uint64_t low = 0, length = blocks.size();
   while (length > 0) {
     const uint64_t half = length / 2;
-    if (compare(key, lastItem(blocks[low + half])) > 0) {
+    if (directory->compareKeys(key, blocks[low + half].lastKey) > 0) {
       low += half + 1;
       length -= half + 1;
     } else {
@@ -35,32 +35,36 @@ HRESULT searchSortedWith(const BlockDirectory* directory, PagedList* list, Block
   }
   if (low == blocks.size()) {
     *slot = low - 1;
-    *block = blocks[low - 1];
+    *block = blocks[low - 1].block;
     *index = (*block)->count;
     return S_FALSE;
   }
   *slot = low;
-  *block = blocks[low];
+  *block = blocks[low].block;
   return searchSorted(list, block, index, key, compare);
 }
 
-void prepareDirectory(BlockDirectory* directory, PagedList* list, KeyOf keyOf, Comparison compare) {
+void prepareDirectory(BlockDirectory* directory, PagedList* list, KeyOf keyOf,
+                      KeyComparison compareKeys) {
   if (!directory || !directory->blocks.empty() || !list->head) return;
   uint64_t n = 0;
   Block* b = list->head;
-  Block* before = nullptr;
+  const void* before = nullptr;
   do {
     if (b->count == 0) return;  // only an empty list has an empty block
-    if (before && compare(keyOf(lastItem(before)), lastItem(b)) > 0) return;
+    const void* last = keyOf(lastItem(b));
+    if (n > 0 && compareKeys(before, last) > 0) return;
+    before = last;
     ++n;
-    before = b;
     b = b->next;
   } while (b != list->head);
   if (n < kBlocksWorthADirectory) return;
+  directory->keyOf = keyOf;
+  directory->compareKeys = compareKeys;
   try {
     directory->blocks.reserve(n);
     do {
-      directory->blocks.push_back(b);
+      directory->blocks.push_back({b, keyOf(lastItem(b))});
       b = b->next;
     } while (b != list->head);
   } catch (const std::bad_alloc&) {
@@ -73,10 +77,17 @@ HRESULT insertSortedWith(BlockDirectory* directory, const BlockLayout* layout, A
   const bool built = directory && !directory->blocks.empty();
   const bool splits = built && block->count >= layout->capacity;
   const HRESULT hr = insertSorted(layout, alloc, list, block, index, value);
-  if (!splits || hr != S_OK) return hr;
-  std::vector<Block*>& blocks = directory->blocks;
+  if (!built || hr != S_OK) return hr;
+  // The item may have become the last of its block, and a split gives the
+  // block a new last item and a neighbour.
+  std::vector<BlockDirectory::Entry>& blocks = directory->blocks;
+  BlockDirectory::Entry& entry = blocks[slot];
+  entry.lastKey = directory->keyOf(lastItem(entry.block));
+  if (!splits) return hr;
+  Block* added = entry.block->next;
   try {
-    blocks.insert(blocks.begin() + static_cast<std::ptrdiff_t>(slot + 1), blocks[slot]->next);
+    blocks.insert(blocks.begin() + static_cast<std::ptrdiff_t>(slot + 1),
+                  {added, directory->keyOf(lastItem(added))});
   } catch (const std::bad_alloc&) {
     blocks.clear();
   }

@@ -22,8 +22,19 @@
 
 namespace q9 {
 
+// The key an item is searched by, and the order of two keys, such that
+// compareKeys(key, keyOf(item)) is the list's comparison of key and item.
+using KeyOf = const void* (*)(const void* item);
+using KeyComparison = int32_t (*)(const void* key, const void* other);
+
 struct BlockDirectory {
-  std::vector<Block*> blocks;  // empty until the list is long enough to need it
+  struct Entry {
+    Block* block;
+    const void* lastKey;  // keyOf the block's last item, so a search reads no item
+  };
+  std::vector<Entry> blocks;  // empty until the list is long enough to need it
+  KeyOf keyOf = nullptr;
+  KeyComparison compareKeys = nullptr;
 };
 
 // searchSorted from the head, through the directory when it is built; slot
@@ -31,12 +42,10 @@ struct BlockDirectory {
 HRESULT searchSortedWith(const BlockDirectory* directory, PagedList* list, Block** block,
                          uint64_t* index, uint64_t* slot, const void* key, Comparison compare);
 
-// The key an item is searched by, for comparing items with each other.
-using KeyOf = const void* (*)(const void* item);
-
 // For a writer: builds the directory of a list that has grown long, when the
-// last items of its blocks are in the order of the comparison.
-void prepareDirectory(BlockDirectory* directory, PagedList* list, KeyOf keyOf, Comparison compare);
+// last items of its blocks are in order.
+void prepareDirectory(BlockDirectory* directory, PagedList* list, KeyOf keyOf,
+                      KeyComparison compareKeys);
 
 // insertSorted at what searchSortedWith found, keeping the directory right
 // when the block splits.

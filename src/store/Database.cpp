@@ -48,8 +48,7 @@ const void* elementIdOf(const void* item) {
 }
 
 int32_t compareElementId(const void* key, const void* item) {
-  return compareText(static_cast<const char16_t*>(key),
-                     static_cast<const char16_t*>(elementIdOf(item)));
+  return compareTextKeys(key, elementIdOf(item));
 }
 
 namespace {
@@ -59,7 +58,7 @@ namespace {
 HRESULT insertSortedById(ElementGroup* group, ElementId* element, const BlockLayout* layout) {
   Q9Db* db = group->databaseRef;
   BlockDirectory* directory = directoryFor(&db->directories, &group->children);
-  prepareDirectory(directory, &group->children, elementIdOf, compareElementId);
+  prepareDirectory(directory, &group->children, elementIdOf, compareTextKeys);
   Block* block = nullptr;
   uint64_t position = 0, slot = 0;
   if (searchSortedWith(directory, &group->children, &block, &position, &slot, element->eid,

@@ -24,11 +24,9 @@ std::size_t textLength(const char16_t* text) {
   return n;
 }
 
-namespace {
-int32_t compareTextItems(const void* key, const void* item) {
+int32_t compareTextKeys(const void* key, const void* item) {
   return compareText(static_cast<const char16_t*>(key), static_cast<const char16_t*>(item));
 }
-}  // namespace
 
 HRESULT createStringStore(Allocator* alloc, StringStore** out) {
   auto* s = static_cast<StringStore*>(platform::heapAlloc(sizeof(StringStore)));
@@ -60,10 +58,10 @@ const char16_t* internText(StringStore* store, const char16_t* text) {
   if (!text) return nullptr;
   BlockDirectory* directory = directoryFor(&store->directories, &store->textIndex);
   prepareDirectory(directory, &store->textIndex, [](const void* text) { return text; },
-                   compareTextItems);
+                   compareTextKeys);
   Block* block = nullptr;
   uint64_t index = 0, slot = 0;
-  if (searchSortedWith(directory, &store->textIndex, &block, &index, &slot, text, compareTextItems) ==
+  if (searchSortedWith(directory, &store->textIndex, &block, &index, &slot, text, compareTextKeys) ==
       S_OK)
     return static_cast<const char16_t*>(block->pointers()[index]);
   const std::size_t bytes = (textLength(text) + 1) * sizeof(char16_t);

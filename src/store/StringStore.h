@@ -45,6 +45,8 @@ static_assert(sizeof(StringSlot) == 24, "slot record is 24 bytes");
 // Code-unit order; the terminator sorts before every unit. Null reads as "".
 int32_t compareText(const char16_t* a, const char16_t* b);
 std::size_t textLength(const char16_t* text);
+// compareText of two texts given as untyped keys.
+int32_t compareTextKeys(const void* key, const void* item);
 
 // Makes the store and its first blocks. On failure *out is still set when the
 // record itself was made, so the caller can release it.
