@@ -9,8 +9,28 @@ namespace {
 
 // Below this many blocks the walk is as quick as the directory.
 constexpr uint64_t kBlocksWorthADirectory = 16;
+// Runs are built this long and split in two when they reach twice that.
+constexpr uint64_t kRunLength = 256;
 
 const void* lastItem(Block* b) { return b->pointers()[b->count - 1]; }
+
+uint64_t slotOf(uint64_t run, uint64_t entry) { return run << 32 | entry; }
+
+// The first of n things whose key is not below key, or n.
+template <typename KeyAt>
+uint64_t firstNotBelow(const BlockDirectory& d, uint64_t n, const void* key, KeyAt keyAt) {
+  uint64_t low = 0, length = n;
+  while (length > 0) {
+    const uint64_t half = length / 2;
+    if (d.compareKeys(key, keyAt(low + half)) > 0) {
+      low += half + 1;
+      length -= half + 1;
+    } else {
+      length = half;
+    }
+  }
+  return low;
+}
 
 }  // namespace
 
@@ -18,35 +38,29 @@ HRESULT searchSortedWith(const BlockDirectory* directory, PagedList* list, Block
                          uint64_t* index, uint64_t* slot, const void* key, Comparison compare) {
   *slot = 0;
   *block = nullptr;
-  if (!directory || directory->blocks.empty())
-    return searchSorted(list, block, index, key, compare);
+  if (!directory || !directory->built()) return searchSorted(list, block, index, key, compare);
   // The first block whose last item is not below the key; every block of a
-  // built directory holds items.
-  const std::vector<BlockDirectory::Entry>& blocks = directory->blocks;
-  uint64_t low = 0, length = blocks.size();
-  while (length > 0) {
-    const uint64_t half = length / 2;
-    if (directory->compareKeys(key, blocks[low + half].lastKey) > 0) {
-      low += half + 1;
-      length -= half + 1;
-    } else {
-      length = half;
-    }
-  }
-  if (low == blocks.size()) {
-    *slot = low - 1;
-    *block = blocks[low - 1].block;
+  // built directory holds items, and every run entries.
+  const auto& runs = directory->runs;
+  const uint64_t run = firstNotBelow(*directory, runs.size(), key,
+                                     [&](uint64_t r) { return runs[r].back().lastKey; });
+  if (run == runs.size()) {
+    *slot = slotOf(run - 1, runs.back().size() - 1);
+    *block = runs.back().back().block;
     *index = (*block)->count;
     return S_FALSE;
   }
-  *slot = low;
-  *block = blocks[low].block;
+  const auto& entries = runs[run];
+  const uint64_t entry = firstNotBelow(*directory, entries.size(), key,
+                                       [&](uint64_t e) { return entries[e].lastKey; });
+  *slot = slotOf(run, entry);
+  *block = entries[entry].block;
   return searchSorted(list, block, index, key, compare);
 }
 
 void prepareDirectory(BlockDirectory* directory, PagedList* list, KeyOf keyOf,
                       KeyComparison compareKeys) {
-  if (!directory || !directory->blocks.empty() || !list->head) return;
+  if (!directory || directory->built() || !list->head) return;
   uint64_t n = 0;
   Block* b = list->head;
   const void* before = nullptr;
@@ -62,34 +76,41 @@ void prepareDirectory(BlockDirectory* directory, PagedList* list, KeyOf keyOf,
   directory->keyOf = keyOf;
   directory->compareKeys = compareKeys;
   try {
-    directory->blocks.reserve(n);
     do {
-      directory->blocks.push_back({b, keyOf(lastItem(b))});
+      if (directory->runs.empty() || directory->runs.back().size() == kRunLength)
+        directory->runs.emplace_back().reserve(kRunLength);
+      directory->runs.back().push_back({b, keyOf(lastItem(b))});
       b = b->next;
     } while (b != list->head);
   } catch (const std::bad_alloc&) {
-    directory->blocks.clear();  // searches walk again
+    directory->runs.clear();  // searches walk again
   }
 }
 
 HRESULT insertSortedWith(BlockDirectory* directory, const BlockLayout* layout, Allocator* alloc,
                          PagedList* list, Block* block, uint64_t index, uint64_t slot, void* value) {
-  const bool built = directory && !directory->blocks.empty();
+  const bool built = directory && directory->built();
   const bool splits = built && block->count >= layout->capacity;
   const HRESULT hr = insertSorted(layout, alloc, list, block, index, value);
   if (!built || hr != S_OK) return hr;
   // The item may have become the last of its block, and a split gives the
   // block a new last item and a neighbour.
-  std::vector<BlockDirectory::Entry>& blocks = directory->blocks;
-  BlockDirectory::Entry& entry = blocks[slot];
-  entry.lastKey = directory->keyOf(lastItem(entry.block));
+  auto& runs = directory->runs;
+  const uint64_t run = slot >> 32, entry = slot & 0xFFFFFFFFu;
+  auto& entries = runs[run];
+  entries[entry].lastKey = directory->keyOf(lastItem(entries[entry].block));
   if (!splits) return hr;
-  Block* added = entry.block->next;
+  Block* added = entries[entry].block->next;
   try {
-    blocks.insert(blocks.begin() + static_cast<std::ptrdiff_t>(slot + 1),
-                  {added, directory->keyOf(lastItem(added))});
+    entries.insert(entries.begin() + static_cast<std::ptrdiff_t>(entry + 1),
+                   {added, directory->keyOf(lastItem(added))});
+    if (entries.size() >= 2 * kRunLength) {
+      std::vector<BlockDirectory::Entry> upper(entries.begin() + kRunLength, entries.end());
+      entries.resize(kRunLength);
+      runs.insert(runs.begin() + static_cast<std::ptrdiff_t>(run + 1), std::move(upper));
+    }
   } catch (const std::bad_alloc&) {
-    blocks.clear();
+    runs.clear();
   }
   return hr;
 }

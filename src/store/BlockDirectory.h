@@ -32,13 +32,18 @@ struct BlockDirectory {
     Block* block;
     const void* lastKey;  // keyOf the block's last item, so a search reads no item
   };
-  std::vector<Entry> blocks;  // empty until the list is long enough to need it
+  // The entries in chain order, cut into runs of bounded length so that a
+  // split's new entry moves few others.
+  std::vector<std::vector<Entry>> runs;  // empty until the list is long enough to need it
   KeyOf keyOf = nullptr;
   KeyComparison compareKeys = nullptr;
+
+  bool built() const { return !runs.empty(); }
+  const Entry& at(uint64_t slot) const { return runs[slot >> 32][slot & 0xFFFFFFFFu]; }
 };
 
 // searchSorted from the head, through the directory when it is built; slot
-// receives the block's place in the directory (0 when it is not built).
+// receives the block's place in the directory (see at; 0 when not built).
 HRESULT searchSortedWith(const BlockDirectory* directory, PagedList* list, Block** block,
                          uint64_t* index, uint64_t* slot, const void* key, Comparison compare);
 

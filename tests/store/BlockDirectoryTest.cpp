@@ -53,8 +53,8 @@ class BlockDirectoryTest : public ::testing::TestWithParam<uint64_t> {
     Block* block = nullptr;
     uint64_t index = 0, slot = 0;
     const HRESULT hr = searchSortedWith(&directory, &fast, &block, &index, &slot, v(key), compareInts);
-    if (!directory.blocks.empty()) {
-      EXPECT_EQ(directory.blocks[slot].block, block);
+    if (directory.built()) {
+      EXPECT_EQ(directory.at(slot).block, block);
     }
     return {hr, positionOf(fast, block, index)};
   }
@@ -95,11 +95,13 @@ TEST_P(BlockDirectoryTest, SearchesAgreeWithTheWalkWhileTheListGrows) {
     if (i % 250 == 0) expectSameAnswers(2 * kKeys);
   }
   expectSameAnswers(2 * kKeys);
-  ASSERT_FALSE(directory.blocks.empty()) << "long enough to be built";
+  ASSERT_TRUE(directory.built()) << "long enough to be built";
   std::vector<Block*> listed;
-  for (const auto& entry : directory.blocks) {
-    listed.push_back(entry.block);
-    EXPECT_EQ(entry.lastKey, entry.block->pointers()[entry.block->count - 1]);
+  for (const auto& run : directory.runs) {
+    for (const auto& entry : run) {
+      listed.push_back(entry.block);
+      EXPECT_EQ(entry.lastKey, entry.block->pointers()[entry.block->count - 1]);
+    }
   }
   EXPECT_EQ(listed, chain(fast)) << "splits kept it in chain order";
 }
@@ -112,9 +114,9 @@ TEST_P(BlockDirectoryTest, ListsOutOfOrderAreWalked) {
   Block* broken = blocks[blocks.size() / 2];
   Block* twin = twins[blocks.size() / 2];
   broken->pointers()[broken->count - 1] = twin->pointers()[twin->count - 1] = v(100000);
-  directory.blocks.clear();  // what forgetting does
+  directory.runs.clear();  // what forgetting does
   prepareDirectory(&directory, &fast, itself, compareInts);
-  EXPECT_TRUE(directory.blocks.empty());
+  EXPECT_FALSE(directory.built());
   expectSameAnswers(2000);
 }
 
