@@ -9,9 +9,6 @@
 namespace q9::test {
 namespace {
 
-constexpr int32_t BE = Q9_BYTEORDER_BIGENDIAN;
-using Bytes = std::vector<uint8_t>;
-
 class RoundTripTest : public DecoderTest {
  protected:
   void SetUp() override {
@@ -52,14 +49,10 @@ class RoundTripTest : public DecoderTest {
   }
   // Decoding by scale and offset over [0, rawMax]; encoding by their inverse.
   void scaled(Q9DbNode* s, double scale, double offset, double inverseScale, double inverseOffset, double rawMax) {
-    Q9DbNode *coding = nullptr, *decode = nullptr, *encode = nullptr;
-    Q9Db_getReference(s, &coding);
-    Q9Db_createLinearComputation(handle, nullptr, scale, offset, &decode);
-    Q9Db_addRange(decode, 0, rawMax, 3);
-    Q9Db_createLinearComputation(handle, nullptr, inverseScale, inverseOffset, &encode);
-    Q9Db_addRange(encode, offset, rawMax * scale + offset, 3);
-    Q9Db_addInternalToPhysicalComputations(coding, 1, &decode);
-    Q9Db_addPhysicalToInternalComputations(coding, 1, &encode);
+    Q9DbNode *decode = linear(scale, offset, 0, rawMax), *encode = linear(inverseScale, inverseOffset, offset,
+                                                                          rawMax * scale + offset);
+    Q9Db_addInternalToPhysicalComputations(codingOf(s), 1, &decode);
+    Q9Db_addPhysicalToInternalComputations(codingOf(s), 1, &encode);
   }
 
   // Puts one decoded signal back into its PDU's image through its physical

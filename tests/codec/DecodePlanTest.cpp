@@ -16,9 +16,6 @@
 namespace q9::test {
 namespace {
 
-constexpr int32_t BE = Q9_BYTEORDER_BIGENDIAN;
-using Bytes = std::vector<uint8_t>;
-
 class DecodePlanTest : public DecoderTest {
  protected:
   // Every signal of one message with its raw and physical value, the text of
@@ -73,16 +70,9 @@ class DecodePlanTest : public DecoderTest {
   }
 
   Q9DbNode* compute(Q9DbNode* signal, Q9DbNode* computation, double lower, double upper, uint32_t flags = 3) {
-    Q9DbNode* coding = nullptr;
-    Q9Db_getReference(signal, &coding);
     if (lower <= upper) Q9Db_addRange(computation, lower, upper, flags);
-    Q9Db_addInternalToPhysicalComputations(coding, 1, &computation);
+    Q9Db_addInternalToPhysicalComputations(codingOf(signal), 1, &computation);
     return computation;
-  }
-  Q9DbNode* linear(double scale, double offset) {
-    Q9DbNode* c = nullptr;
-    Q9Db_createLinearComputation(handle, nullptr, scale, offset, &c);
-    return c;
   }
   Q9DbNode* text(const char* t) {
     Q9DbStringSlot* slot = nullptr;
@@ -224,11 +214,7 @@ TEST_F(DecodePlanTest, AChangeIsSeenByTheNextDecode) {
        " t=2/0x2"},
       {"signal to another coding", [](const Spare& n) { Q9Db_setReference(n.s, n.coding2c); }, " s=F2/-14"},
       {"a computation added",
-       [](const Spare& n) {
-         Q9DbNode* coding = nullptr;
-         Q9Db_getReference(n.s, &coding);
-         Q9Db_addInternalToPhysicalComputations(coding, 1, &n.scale);
-       },
+       [this](const Spare& n) { Q9Db_addInternalToPhysicalComputations(codingOf(n.s), 1, &n.scale); },
        " s=F2/121.000*"},
       {"a range added to a computation that had none", [](const Spare& n) { Q9Db_addRange(n.rangeless, 0, 1000, 0); },
        " s=F2/485.000*"},
@@ -254,8 +240,7 @@ TEST_F(DecodePlanTest, AChangeIsSeenByTheNextDecode) {
     n.instance = place(n.s, n.pdu, 0);
     n.signal4 = signal(u"t", 4);
     Q9Db_createCoding(handle, fresh(), 8, Q9_ENCODING_2COMPL, nullptr, &n.coding2c);
-    n.scale = linear(0.5, 0);
-    Q9Db_addRange(n.scale, 0, 255, 3);
+    n.scale = linear(0.5, 0, 0, 255);
     n.rangeless = compute(n.s, linear(2, 1), 1, 0);
     Q9Db_createSignalInstance(handle, fresh(), 0, 8, -1, signal(u"u", 8), nullptr, &n.looseInstance);
     Q9DbNode* vPdu = nullptr;

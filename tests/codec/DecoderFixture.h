@@ -11,6 +11,21 @@
 
 namespace q9::test {
 
+constexpr int32_t BE = Q9_BYTEORDER_BIGENDIAN;
+using Bytes = std::vector<uint8_t>;
+
+inline Q9DbPhysicalValue typedValue(uint32_t type, uint64_t bits) {
+  Q9DbPhysicalValue v{};
+  v.valueType = type;
+  v.value.u = bits;
+  return v;
+}
+inline Q9DbPhysicalValue doubleValue(double d) {
+  Q9DbPhysicalValue v = typedValue(Q9_VALUETYPE_DOUBLE, 0);
+  v.value.d = d;
+  return v;
+}
+
 inline std::string narrow(const char16_t* text) {
   std::string s;
   for (; text && *text; ++text) s += char(*text);
@@ -90,6 +105,20 @@ class DecoderTest : public StoreTest {
     Q9DbNode* instance = nullptr;
     EXPECT_EQ(Q9Db_createSignalInstance(handle, fresh(), byteOrder, bitpos, -1, signal, pdu, &instance), S_OK);
     return instance;
+  }
+  // A linear computation with one range, or none when lower > upper.
+  Q9DbNode* linear(double scale, double offset, double lower = 1, double upper = 0, uint32_t flags = 3) {
+    Q9DbNode* c = nullptr;
+    EXPECT_EQ(Q9Db_createLinearComputation(handle, nullptr, scale, offset, &c), S_OK);
+    if (lower <= upper) {
+      EXPECT_EQ(Q9Db_addRange(c, lower, upper, flags), S_OK);
+    }
+    return c;
+  }
+  Q9DbNode* codingOf(Q9DbNode* signal) {
+    Q9DbNode* coding = nullptr;
+    Q9Db_getReference(signal, &coding);
+    return coding;
   }
   // A signal of its own coding, placed in pdu.
   Q9DbNode* field(const char16_t* name, Q9DbNode* pdu, int32_t bitpos, int32_t bitlen,

@@ -11,10 +11,6 @@
 namespace q9::test {
 namespace {
 
-constexpr int32_t BE = Q9_BYTEORDER_BIGENDIAN;
-
-using Bytes = std::vector<uint8_t>;
-
 class DecoderLimitsTest : public DecoderTest {
  protected:
   // A channel of its own, which walk() then decodes.
@@ -70,7 +66,10 @@ TEST_F(DecoderLimitsTest, SegmentsAndSwitchesAtTheEndsOfTheirRanges) {
       // Payload byte 1023 is FA; the second segment holds bits 8000 on.
       {"a segment across the buffer's end keeps its head", {{0, 8000}, {8000, 400}}, 8188, 4, 0, 0,
        "-: static=1 part=F after=1"},
+      {"one segment longer than the buffer is cut at its end", {{0, 9000}}, 8184, 8, 0, 0,
+       "-: static=1 part=FA after=1"},
       {"1-bit segments past the buffer are dropped", bitBySegment, 8184, 8, 0, 0, "-: static=1 part=FA after=1"},
+      {"a segment that starts at the payload's end", {{0, 8}, {10000, 8}}, 0, 8, 0, 0, "-: static=1 after=1"},
       {"a field past the assembled image is left out", bitBySegment, 8190, 8, 0, 0, "-: static=1 after=1"},
       {"a segment at the top of the position range", {{INT32_MAX, 8}}, 0, 8, 0, 0, "-: static=1 after=1"},
       {"a big-endian segment at the top of the position range", {{INT32_MAX, 8, BE}}, 0, 8, 0, 0,

@@ -7,10 +7,6 @@ namespace {
 
 constexpr uint32_t EXT = Q9_FLAG_CANEXTENDED;
 constexpr uint32_t FD = Q9_FLAG_CANFD_FRAME;
-constexpr int32_t BE = Q9_BYTEORDER_BIGENDIAN;
-
-using Bytes = std::vector<uint8_t>;
-
 struct MatchRow {
   const char* what;
   int kind;  // 0 by identifier, 1 masked (mask 0x7F0, code 0x120), 2 scheduled
@@ -205,17 +201,6 @@ TEST_F(DecoderTest, HostileDatabasesAndPayloadsEndTheWalkNormally) {
   EXPECT_EQ(Q9Db_decodeNextFrametriggering(e, nullptr), S_FALSE);
   EXPECT_EQ(Q9Db_decodeNextSignal(e, nullptr, &s), Q9_E_NOT_FOUND) << "no payload, no signals";
   Q9Db_destroyDecodeEnum(e);
-}
-
-TEST_F(DecoderTest, AssemblyStopsAtTheBufferAndAtTheSourcesEnd) {
-  Q9DbNode* mux = muxPdu(channel, 0, 0);
-  Q9DbNode* image = signalPdu(part(mux, kStatic, {{0, 9000}}));
-  field(u"last", image, 8184, 8);
-  field(u"past", image, 8190, 8);
-  field(u"missing", signalPdu(part(mux, 0, {{0, 8}, {9600, 8}})), 0, 8);
-  Bytes payload(1200);
-  payload[1023] = 0x7E;
-  EXPECT_EQ(walk(0, 0, payload), "-: last=7E");
 }
 
 }  // namespace

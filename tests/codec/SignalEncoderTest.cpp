@@ -5,28 +5,7 @@
 namespace q9::test {
 namespace {
 
-constexpr int32_t BE = Q9_BYTEORDER_BIGENDIAN;
-
-class SignalEncoderTest : public DecoderTest {
- protected:
-  Q9DbNode* linear(double scale, double offset, double lower, double upper) {
-    Q9DbNode* c = nullptr;
-    EXPECT_EQ(Q9Db_createLinearComputation(handle, nullptr, scale, offset, &c), S_OK);
-    EXPECT_EQ(Q9Db_addRange(c, lower, upper, Q9_FLAG_LOWERLIMIT_CLOSED | Q9_FLAG_UPPERLIMIT_CLOSED), S_OK);
-    return c;
-  }
-  Q9DbNode* codingOf(Q9DbNode* signal) {
-    Q9DbNode* coding = nullptr;
-    Q9Db_getReference(signal, &coding);
-    return coding;
-  }
-  static Q9DbPhysicalValue number(double d) {
-    Q9DbPhysicalValue v{};
-    v.valueType = Q9_VALUETYPE_DOUBLE;
-    v.value.d = d;
-    return v;
-  }
-};
+using SignalEncoderTest = DecoderTest;
 
 TEST_F(SignalEncoderTest, InstancesWriteOnlyTheirFieldIntoThePduImage) {
   const struct {
@@ -68,7 +47,7 @@ TEST_F(SignalEncoderTest, ScaledBigEndianValueRoundTrips) {
   ASSERT_EQ(Q9Db_addInternalToPhysicalComputations(codingOf(s), 1, &decoding), S_OK);
   Q9DbNode* instance = place(s, nullptr, 3, BE);
 
-  const Q9DbPhysicalValue in = number(25.3);
+  const Q9DbPhysicalValue in = doubleValue(25.3);
   Q9DbEncodeEnum* e = nullptr;
   Q9DbNode* computation = nullptr;
   uint64_t raw = 0;
@@ -105,9 +84,7 @@ TEST_F(SignalEncoderTest, ComputationWalkGivesEachHoldingComputationOnce) {
 
   Q9DbEncodeEnum own;  // caller-owned storage, reused by each start
   Q9DbEncodeEnum* e = &own;
-  Q9DbPhysicalValue seven{};
-  seven.valueType = Q9_VALUETYPE_UINT64;
-  seven.value.u = 7;
+  const Q9DbPhysicalValue seven = typedValue(Q9_VALUETYPE_UINT64, 7);
   Q9DbNode* c = nullptr;
   ASSERT_EQ(Q9Db_encodeSignal(s, &seven, &e), S_OK);
   ASSERT_EQ(e, &own);
@@ -116,7 +93,7 @@ TEST_F(SignalEncoderTest, ComputationWalkGivesEachHoldingComputationOnce) {
   EXPECT_EQ(Q9Db_encodeNextComputation(e, &c), S_OK);
   EXPECT_EQ(c, identity);
   EXPECT_EQ(Q9Db_encodeNextComputation(e, &c), S_FALSE);
-  const Q9DbPhysicalValue outside = number(50);
+  const Q9DbPhysicalValue outside = doubleValue(50);
   ASSERT_EQ(Q9Db_encodeSignal(s, &outside, &e), S_OK);
   EXPECT_EQ(Q9Db_encodeNextComputation(e, &c), S_FALSE);
 
