@@ -9,7 +9,6 @@
 namespace q9::test {
 namespace {
 
-
 struct FactoryRow {
   const char* name;
   std::function<HRESULT(Q9DbNode* db, Q9DbNode** out)> make;
@@ -134,13 +133,9 @@ TEST_F(StoreTest, TriggeringLinksTakeOnlyTheRightClasses) {
             S_OK);
   EXPECT_EQ(listed(channel, Q9Db_enumFrameTriggerings), Nodes{t});
   EXPECT_EQ(listed(frame, Q9Db_enumFrameTriggerings), Nodes{t});
-  Q9DbNode* out = nullptr;
-  Q9Db_getChannel(t, &out);
-  EXPECT_EQ(out, channel);
-  Q9Db_getFrame(t, &out);
-  EXPECT_EQ(out, frame);
-  Q9Db_getSourceECU(t, &out);
-  EXPECT_EQ(out, ecu);
+  EXPECT_EQ(valueOf(Q9Db_getChannel, t), channel);
+  EXPECT_EQ(valueOf(Q9Db_getFrame, t), frame);
+  EXPECT_EQ(valueOf(Q9Db_getSourceECU, t), ecu);
 }
 
 TEST_F(StoreTest, PduFactoriesLinkTheirCarriers) {
@@ -212,9 +207,7 @@ TEST_F(StoreTest, SignalFactoriesLinkBothWays) {
   EXPECT_EQ(listed(pdu, Q9Db_enumSignalInstances), Nodes{si});
   EXPECT_EQ(as<SignalInstance>(si)->parent, as<ObjectBase>(pdu));
   EXPECT_EQ(as<SignalInstance>(si)->reference, as<ObjectBase>(signal));
-  Q9DbNode* u2 = nullptr;
-  EXPECT_EQ(Q9Db_getUnit(signal, &u2), S_OK);
-  EXPECT_EQ(u2, unit);
+  EXPECT_EQ(valueOf(Q9Db_getUnit, signal), unit);
   const char16_t* name = nullptr;
   EXPECT_EQ(Q9Db_getDisplayName(unit, 1, 65535, &name), S_OK);
   EXPECT_EQ(std::u16string(name), u"1/min");
@@ -239,9 +232,7 @@ TEST_F(StoreTest, GroupsAndReferencesTestTheirArgumentsFirst) {
   EXPECT_EQ(listed(group, Q9Db_enumChildren), Nodes{view});
   EXPECT_EQ(as<ElementGroup>(view)->group, as<ElementGroup>(group));
   ASSERT_EQ(Q9Db_createElementReference(handle, u"r", view, &ref), S_OK);
-  Q9DbNode* target = nullptr;
-  EXPECT_EQ(Q9Db_getReference(ref, &target), S_OK);
-  EXPECT_EQ(target, view);
+  EXPECT_EQ(valueOf(Q9Db_getReference, ref), view);
   Q9DbNode* mt = nullptr;
   ASSERT_EQ(Q9Db_createMappedTextComputation(handle, u"mt", nullptr, &mt), S_OK);
   const char16_t* text = nullptr;

@@ -10,7 +10,6 @@ namespace {
 
 using ListOperation = HRESULT (*)(Q9DbNode*, uint64_t, Q9DbNode* const*);
 
-
 class MemberListsTest : public StoreTest {
  protected:
   Q9DbNode* frame(const char16_t* id) {
@@ -177,17 +176,11 @@ TEST_F(MemberListsTest, SegmentsAndRangesAreRecordsThatStayPut) {
   EXPECT_EQ(ranges[0], first[0]) << "records never move";
   EXPECT_EQ(Q9Db_getNodeType(ranges[0]), Q9_NODETYPE_ValueRange);
   EXPECT_EQ(readTag(ranges[0]), 0x25257276u);
-  double low = 0;
-  uint32_t flags = 0;
-  EXPECT_EQ(Q9Db_getLowerLimit(node(ranges[0]), &low), S_OK);
-  EXPECT_EQ(low, -10);
-  EXPECT_EQ(Q9Db_getFlags(node(ranges[0]), &flags), S_OK);
-  EXPECT_EQ(flags, Q9_FLAG_SIGNALDEFAULT);
+  EXPECT_EQ(valueOf(Q9Db_getLowerLimit, ranges[0]), -10);
+  EXPECT_EQ(valueOf(Q9Db_getFlags, ranges[0]), Q9_FLAG_SIGNALDEFAULT);
   Nodes segments = listed(part, Q9Db_enumSegments);
   ASSERT_EQ(segments.size(), 8u);
-  int32_t pos = 0;
-  EXPECT_EQ(Q9Db_getBitPosition(node(segments[7]), &pos), S_OK);
-  EXPECT_EQ(pos, 56);
+  EXPECT_EQ(valueOf(Q9Db_getBitPosition, segments[7]), 56);
   EXPECT_EQ(Q9Db_addSegment(linear, 0, 0, 1), E_INVALIDARG);
   EXPECT_EQ(Q9Db_addRange(part, 0, 1, 0), E_INVALIDARG);
 }
@@ -200,9 +193,7 @@ TEST_F(MemberListsTest, PartAndSignalSetters) {
   EXPECT_EQ(as<MultiplexedPDU>(mux)->staticPart, nullptr);
   EXPECT_EQ(Q9Db_setStaticPart(mux, part), S_OK);
   EXPECT_EQ(Q9Db_setElsePart(mux, part), S_OK);
-  Q9DbNode* out = nullptr;
-  EXPECT_EQ(Q9Db_getElsePart(mux, &out), S_OK);
-  EXPECT_EQ(out, part);
+  EXPECT_EQ(valueOf(Q9Db_getElsePart, mux), part);
   EXPECT_EQ(as<MultiplexedPart>(part)->parent, as<ObjectBase>(mux));
 
   Q9DbNode* si = anonymous(SignalInstance::kNodeType);

@@ -33,31 +33,21 @@ TEST(Bstrs, LengthPrefixedAndFreed) {
 }
 
 TEST_F(StoreTest, QualifiedIdsRoundTrip) {
-  Q9DbNode* frame = nullptr;
+  Q9DbNode *frame = nullptr, *channel = nullptr, *timing = nullptr;
   ASSERT_EQ(Q9Db_createFrame(handle, u"EngineData", 8, &frame), S_OK);
-  Bstr q;
-  ASSERT_EQ(Q9Db_getQualifiedId(frame, &q.value), S_OK);
-  EXPECT_EQ(text(q.value), u"db::EngineData");
-  Bstr dbPart, elementPart;
-  ASSERT_EQ(Q9Db_splitQualifiedId(q.value, &dbPart.value, &elementPart.value), S_OK);
-  EXPECT_EQ(text(dbPart.value), u"db");
-  EXPECT_EQ(text(elementPart.value), u"EngineData");
-
-  Bstr self;
-  ASSERT_EQ(Q9Db_getQualifiedId(handle, &self.value), S_OK);
-  EXPECT_EQ(text(self.value), u"db::db");
-
-  Q9DbNode* channel = nullptr;
   ASSERT_EQ(Q9Db_createChannel(handle, nullptr, nullptr, &channel), S_OK);
-  Bstr anonymous;
-  ASSERT_EQ(Q9Db_getQualifiedId(channel, &anonymous.value), S_OK);
-  EXPECT_EQ(text(anonymous.value), u"db::");
-  Bstr d2, e2;
-  ASSERT_EQ(Q9Db_splitQualifiedId(anonymous.value, &d2.value, &e2.value), S_OK);
-  ASSERT_NE(e2.value, nullptr) << "an empty element part is an empty text, not null";
-  EXPECT_EQ(SysStringLen(e2.value), 0u);
-
-  Q9DbNode* timing = nullptr;
+  const struct {
+    Q9DbNode* n;
+    const char16_t *qualified, *element;  // an empty element part is an empty text, not null
+  } rows[] = {{frame, u"db::EngineData", u"EngineData"}, {handle, u"db::db", u"db"}, {channel, u"db::", u""}};
+  for (const auto& r : rows) {
+    Bstr q, d, e;
+    ASSERT_EQ(Q9Db_getQualifiedId(r.n, &q.value), S_OK);
+    EXPECT_EQ(text(q.value), r.qualified);
+    ASSERT_EQ(Q9Db_splitQualifiedId(q.value, &d.value, &e.value), S_OK);
+    EXPECT_EQ(text(d.value), u"db");
+    EXPECT_EQ(text(e.value), r.element);
+  }
   ASSERT_EQ(Q9Db_createCyclicTiming(handle, 10, nullptr, &timing), S_OK);
   Bstr none;
   EXPECT_EQ(Q9Db_getQualifiedId(timing, &none.value), E_INVALIDARG);

@@ -9,6 +9,7 @@
 #include "store/StringStore.h"
 #include "platform/Heap.h"
 
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -50,6 +51,16 @@ class StoreTest : public ::testing::Test {
 };
 
 using Nodes = std::vector<void*>;
+
+// What a getter answers for n, which must be S_OK. The value starts as
+// garbage, so that an answer the getter doesn't write shows.
+template <typename T>
+T valueOf(HRESULT (*get)(Q9DbNode*, T*), const void* n) {
+  T value;
+  std::memset(static_cast<void*>(&value), 0xA5, sizeof value);
+  EXPECT_EQ(get(node(const_cast<void*>(n)), &value), S_OK);
+  return value;
+}
 
 // The members of one of an owner's lists, through a heap enumerator.
 inline Nodes listed(Q9DbNode* owner, HRESULT (*open)(Q9DbNode*, Q9DbEnumerator**)) {

@@ -66,10 +66,6 @@ TEST_F(StringStoreTest, TextsSortByCodeUnit) {
   EXPECT_EQ(compareText(nullptr, u""), 0);
 }
 
-TEST_F(StringStoreTest, NarrowTextUsesTheLocaleConversion) {
-  EXPECT_EQ(std::u16string(internTextA(store(), "plain ASCII")), u"plain ASCII");
-}
-
 TEST_F(StringStoreTest, LookupFallsBackFromLanguageToFallbackToFirstText) {
   Q9DbStringSlot* s = slot(7, u"sieben");
   ASSERT_EQ(Q9Db_stringAddAlternative(handle, s, 9, u"nine"), S_OK);
