@@ -3,16 +3,14 @@
 -- what can't be mapped or read is reported without harm to the database.
 local T = require "testing"
 local Q9Db = T.Q9Db
-local data = (os.getenv("Q9DB_SOURCE_DIR") or "../..") .. "/tests/filters/data/"
+local data = T.data("filters")
 
 local CANEXTENDED, CANFD_FRAME, CANFD_FASTDATA = 1, 4, 8
 
 -- The test's own reading of a DBC: the statements its data files use, by
 -- patterns, with nothing of the library's reader or the filter.
 local function expectations(path)
-  local file = assert(io.open(path, "rb"))
-  local content = file:read("a")
-  file:close()
+  local content = T.readFile(path)
   local messages, byKey = {}, {}
   local current
   for line in content:gmatch("[^\r\n]+") do
@@ -172,28 +170,13 @@ local function checkDecoding(db, channel, messages)
 end
 
 local function import(db, node, path, options)
-  local reports = {}
-  local status = Q9Db.doimport(db, node, path, options or "", function(kind, what, text)
-    reports[#reports + 1] = {kind = kind, what = what, text = text}
-    return 0
-  end)
+  local status, reports = T.import(db, node, path, options)
   T.same(status, 0, "import status")
   return reports
 end
 
-local function warnings(reports)
-  local texts = {}
-  for _, r in ipairs(reports) do
-    if r.kind == 1 then texts[#texts + 1] = r.text end
-  end
-  return texts
-end
-
-local function countIds(db)
-  local n = 0
-  for _ in db:enumIdentElements() do n = n + 1 end
-  return n
-end
+local warnings = T.warnings
+local function countIds(db) return T.count(db:enumIdentElements()) end
 
 local files = {
   {file = "powertrain.dbc", prefix = "Powertrain", warnings = 1},
@@ -219,9 +202,7 @@ T.case("imported files decode every signal as the file defines it, and so do the
     -- Written once more from the re-import, the file comes out the same.
     local second = os.tmpname() .. ".dbc"
     T.same(Q9Db.doexport(again, nil, second, ""), 0)
-    local a, b = io.open(exported, "rb"), io.open(second, "rb")
-    T.same(b:read("a"), a:read("a"), f.file .. " second export")
-    a:close(); b:close()
+    T.same(T.readFile(second), T.readFile(exported), f.file .. " second export")
     os.remove(exported); os.remove(second)
   end
 end)
@@ -276,9 +257,7 @@ T.case("each import gets ids of its own; the node argument picks cluster or chan
   local path = data .. "powertrain.dbc"
   import(db, nil, path)
   import(db, nil, path)
-  local signals = 0
-  for _ in db:enumSignals() do signals = signals + 1 end
-  T.same(signals, 34)
+  T.same(T.count(db:enumSignals()), 34)
   local messages = expectations(path)
   checkDecoding(db, channelOf(db, "Powertrain"), messages)
   checkDecoding(db, channelOf(db, "Powertrain#2"), messages)
@@ -359,10 +338,7 @@ T.case("detection, database id and info look at the content and change nothing",
   T.truthy(Q9Db.detectfile(data .. "../../import/data/seat_module.ldf") ~= "DBC", "an LDF taken as DBC")
   T.same(Q9Db.detectfile(data .. "absent.dbc"), nil)
   -- The name alone doesn't make a DBC.
-  local path = os.tmpname() .. ".dbc"
-  local f = assert(io.open(path, "wb"))
-  f:write("just some text\nwith two lines\n")
-  f:close()
+  local path = T.writeTemp("just some text\nwith two lines\n", ".dbc")
   T.same(Q9Db.detectfile(path), nil)
   os.remove(path)
 
@@ -391,10 +367,7 @@ T.case("a database built by hand exports to a DBC that decodes the same", functi
   local net = T.sampleNetwork()
   local path = os.tmpname() .. ".dbc"
   T.same(Q9Db.doexport(net.db, net.cluster, path, "version=7.1"), 0)
-  local file = assert(io.open(path, "rb"))
-  local content = file:read("a")
-  file:close()
-  T.truthy(content:find('VERSION "7.1"', 1, true), "version line")
+  T.truthy(T.readFile(path):find('VERSION "7.1"', 1, true), "version line")
   local db = assert(Q9Db.createDb("copy"))
   import(db, nil, path)
   os.remove(path)

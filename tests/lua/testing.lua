@@ -46,6 +46,45 @@ function T.collect(iterator)
   return items
 end
 
+function T.count(iterator) return #T.collect(iterator) end
+
+-- The test data of a source folder, e.g. T.data("filters").
+function T.data(folder) return (os.getenv("Q9DB_SOURCE_DIR") or "../..") .. "/tests/" .. folder .. "/data/" end
+
+function T.readFile(path)
+  local file = assert(io.open(path, "rb"))
+  local content = file:read("a")
+  file:close()
+  return content
+end
+
+-- A scratch file of this content; the caller removes it.
+function T.writeTemp(content, suffix)
+  local path = os.tmpname() .. (suffix or "")
+  local file = assert(io.open(path, "wb"))
+  file:write(content)
+  file:close()
+  return path
+end
+
+-- A filter import with its reports collected as {kind, what, text}.
+function T.import(db, node, path, options)
+  local reports = {}
+  local status = Q9Db.doimport(db, node, path, options or "", function(kind, what, text)
+    reports[#reports + 1] = {kind = kind, what = what, text = text}
+    return 0
+  end)
+  return status, reports
+end
+
+function T.warnings(reports)
+  local texts = {}
+  for _, r in ipairs(reports) do
+    if r.kind == 1 then texts[#texts + 1] = r.text end
+  end
+  return texts
+end
+
 function T.finish()
   io.write(string.format("%d passed, %d failed\n", count - failures, failures))
   os.exit(failures == 0 and 0 or 1, true)  -- close the state, so collectors run
