@@ -192,11 +192,27 @@ const std::vector<Frame> kFrames = {
      {{"Serial", 0, 32, false, 0x04030201, {"67305985", ""}},
       {"Label", 32, 24, false, 0x434241, {"", "ABC"}},
       {"PanelError", 56, 1, false, 1, {"1", ""}}}},
-    // The event-triggered frame answered by BlowerStatus (protected id 0x61).
+    {"ClimateLin", 0x20, LIN, 4,
+     {{"Temp", 8, 10, false, 1023, {"1023", "sensor fault"}},
+      {"Humidity", 18, 7, false, 127, {"127", "not available"}},
+      {"SensorError", 25, 1, false, 0, {"0", ""}}}},
+    {"ClimateLin", 0x21, LIN, 4, {{"BlowerError", 8, 1, false, 1, {"1", ""}}, {"Code", 16, 16, false, 0x1234, {"1234", ""}}}},
+    // A frame longer than its 1 byte keeps the signals that fit.
+    {"ClimateLin", 0x11, LIN, 1, {{"Mode", 0, 2, false, 1, {"1", "auto"}}}},
+    // The event-triggered frame answered by SensorData and BlowerStatus
+    // (protected ids 0x20 and 0x61), and with an unknown first byte.
+    {"ClimateLin", 0x3A, LIN, 4,
+     {{nullptr, 0, 8, false, 0x20, {}},
+      {"Temp", 8, 10, false, 100, {g17(100 * 0.1 + -40), ""}},
+      {"Humidity", 18, 7, false, 3, {"3", ""}},
+      {"SensorError", 25, 1, false, 0, {"0", ""}}}},
     {"ClimateLin", 0x3A, LIN, 4,
      {{nullptr, 0, 8, false, 0x61, {}},
       {"BlowerError", 8, 1, false, 0, {"0", ""}},
-      {"Code", 16, 16, false, 0x1234, {"1234", ""}}}},
+      {"Code", 16, 16, false, 0x0099, {"99", ""}}}},
+    {"ClimateLin", 0x3A, LIN, 4, {{nullptr, 0, 8, false, 0x01, {}}}},
+    {"ClimateLin", 0x3C, LIN, 8,
+     {{"MasterReqB0", 0, 8, false, 0x7F, {"127", ""}}, {"MasterReqB1", 8, 8, false, 6, {"6", ""}}}},
 };
 
 class FilterImport : public ::testing::Test {

@@ -1,7 +1,7 @@
 -- The LDF filter from scripts: a file with every section imported through
--- doimport, frames decoded and compared with values worked out here from
--- the file's own numbers; the cluster, ECUs and schedule tables as a client
--- walks them; reports; several imports into one database; refused files.
+-- doimport; its frames, signals, cluster, ECUs and schedule tables as a
+-- client walks them; reports; several imports into one database; refused
+-- files. Its frames decode as the C client test (FilterImportTest) checks.
 local T = require "testing"
 local Q9Db = T.Q9Db
 local data = T.data("filters")
@@ -50,60 +50,6 @@ end
 
 local db, reports = freshImport(climate)
 local channel = assert(db:findByElementId("ClimateLin/channel"))
-
--- Protected identifiers from the LIN identifier table.
-local PID = {[0x20] = 0x20, [0x21] = 0x61}
-
--- raw values per frame; `expect` gives physical value (a float, or the
--- decimal text of an integer value) and text, from the encodings' numbers.
-local frameCases = {
-  {name = "PanelCmd logical texts and reordered physical ranges", id = 0x10, length = 2,
-   fields = {{0, 2, 2}, {2, 4, 5}, {8, 8, 5}},
-   expect = {Mode = {"2", "manual"}, BlowerSpeed = {5 * 100.0 + 0}, Flap = {5 * 10.0 + 0}}},
-  {name = "PanelCmd logical ends of a physical encoding, second physical range", id = 0x10, length = 2,
-   fields = {{0, 2, 0}, {2, 4, 15}, {8, 8, 20}},
-   expect = {Mode = {"0", "off"}, BlowerSpeed = {"15", "fault"}, Flap = {tostring(20 + 100)}}},
-  {name = "SensorData scaled temperature and integer humidity", id = 0x20, length = 4,
-   fields = {{8, 10, 653}, {18, 7, 45}, {25, 1, 1}},
-   expect = {Temp = {653 * 0.1 + -40}, Humidity = {"45"}, SensorError = {"1"}}},
-  {name = "SensorData fault values", id = 0x20, length = 4,
-   fields = {{8, 10, 1023}, {18, 7, 127}},
-   expect = {Temp = {"1023", "sensor fault"}, Humidity = {"127", "not available"}, SensorError = {"0"}}},
-  {name = "BlowerStatus packed BCD", id = 0x21, length = 4,
-   fields = {{8, 1, 1}, {16, 16, 0x1234}},
-   expect = {BlowerError = {"1"}, Code = {"1234"}}},
-  {name = "PanelInfo byte array and ASCII text", id = 0x30, length = 8,
-   fields = {{0, 32, 0x04030201}, {32, 24, 0x434241}, {56, 1, 1}},
-   expect = {Serial = {tostring(1 + 2 * 256 + 3 * 65536 + 4 * 16777216)}, Label = {"ABC"}, PanelError = {"1"}}},
-  {name = "Overhang keeps the signals that fit", id = 0x11, length = 1,
-   fields = {{0, 2, 1}},
-   expect = {Mode = {"1", "auto"}}},
-  {name = "event-triggered frame answered by SensorData", id = 0x3A, length = 4,
-   fields = {{0, 8, PID[0x20]}, {8, 10, 100}, {18, 7, 3}},
-   expect = {Temp = {100 * 0.1 + -40}, Humidity = {"3"}, SensorError = {"0"}}},
-  {name = "event-triggered frame answered by BlowerStatus", id = 0x3A, length = 4,
-   fields = {{0, 8, PID[0x21]}, {16, 16, 0x0099}},
-   expect = {BlowerError = {"0"}, Code = {"99"}}},
-  {name = "event-triggered frame with an unknown first byte", id = 0x3A, length = 4,
-   fields = {{0, 8, 0x01}}, expect = {}},
-  {name = "diagnostic master request", id = 0x3C, length = 8,
-   fields = {{0, 8, 0x7F}, {8, 8, 0x06}},
-   expect = {MasterReqB0 = {"127"}, MasterReqB1 = {"6"}}},
-}
-
-for _, case in ipairs(frameCases) do
-  T.case(case.name, function()
-    local seen = decode(db, channel, case.id, pack(case.length, case.fields))
-    for name, want in pairs(case.expect) do
-      local got = seen[name]
-      T.truthy(got, name .. " is decoded")
-      T.same(got.value, want[1], name .. " value")
-      T.same(got.text, want[2], name .. " text")
-      seen[name] = nil
-    end
-    T.same(next(seen), nil, "signals decoded beyond the expected ones")
-  end)
-end
 
 T.case("frames carry their identifiers, lengths, checksum models and publishers", function()
   local ENH = Q9Db.Q9_FLAG_LIN_ENH_CHECKSUM
