@@ -64,10 +64,6 @@ INSTANTIATE_TEST_SUITE_P(
                  {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}},
         GoodLine{"\tcan0\t123\t[1]\tff", "", "can0", 0x123, kStd, {0xFF}}));
 
-struct SkippedLine {
-  const char* line;
-};
-
 class SkippedLines : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(SkippedLines, CarryNoFrame) {

@@ -2,30 +2,15 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
 #include <string>
 
+#include "CapturedOutput.h"
 #include "FrameWriter.h"
 #include "Text.h"
 
 namespace {
 
 using namespace q9tool;
-
-// What a writer produces, read back from a scratch file.
-std::string written(Format format, void (*write)(FrameWriter&, const CanFrame&), const CanFrame& frame) {
-  FILE* scratch = std::tmpfile();
-  {
-    Output out(fileno(scratch));
-    FrameWriter writer(out, format);
-    write(writer, frame);
-  }
-  std::string text;
-  std::rewind(scratch);
-  for (int c; (c = std::fgetc(scratch)) != EOF;) text += static_cast<char>(c);
-  std::fclose(scratch);
-  return text;
-}
 
 CanFrame sampleFrame(const char* line) {
   static std::string keep;  // the frame's texts are views into its line
@@ -62,7 +47,12 @@ class Output_ : public ::testing::TestWithParam<Case> {};
 
 TEST_P(Output_, ReadsAsItShould) {
   const Case& c = GetParam();
-  EXPECT_EQ(written(c.format, c.write, sampleFrame(c.line)), c.expected);
+  const CanFrame frame = sampleFrame(c.line);
+  EXPECT_EQ(captured([&](Output& out) {
+              FrameWriter writer(out, c.format);
+              c.write(writer, frame);
+            }),
+            c.expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(

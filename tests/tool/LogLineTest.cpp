@@ -2,10 +2,10 @@
 // and the decode command take back.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
+#include "CapturedOutput.h"
 #include "FrameLine.h"
 #include "LogLine.h"
 #include "Q9Db.h"
@@ -13,19 +13,6 @@
 namespace {
 
 using namespace q9tool;
-
-std::string written(const LogFrame& frame) {
-  FILE* scratch = std::tmpfile();
-  {
-    Output out(fileno(scratch));
-    writeLogLine(out, frame);
-  }
-  std::string text;
-  std::rewind(scratch);
-  for (int c; (c = std::fgetc(scratch)) != EOF;) text += static_cast<char>(c);
-  std::fclose(scratch);
-  return text;
-}
 
 struct Written {
   uint64_t microseconds;
@@ -43,7 +30,7 @@ class LogLines : public ::testing::TestWithParam<Written> {};
 TEST_P(LogLines, AreWrittenAndReadBack) {
   const Written& c = GetParam();
   LogFrame frame{c.microseconds, "can0", c.identifier, c.flags, c.data.data(), c.data.size()};
-  std::string line = written(frame);
+  const std::string line = captured([&](Output& out) { writeLogLine(out, frame); });
   EXPECT_EQ(line, std::string(c.line) + "\n");
 
   CanFrame back;
