@@ -39,38 +39,6 @@ TEST_F(SignalEncoderTest, InstancesWriteOnlyTheirFieldIntoThePduImage) {
   EXPECT_EQ(Q9Db_encodeSignalInstance(channel, 1, payload, 8), E_INVALIDARG);
 }
 
-TEST_F(SignalEncoderTest, ScaledBigEndianValueRoundTrips) {
-  Q9DbNode* s = signal(u"temp", 12);
-  Q9DbNode* encoding = linear(10, 400, -40, 100);
-  Q9DbNode* decoding = linear(0.1, -40, 0, 4095);
-  ASSERT_EQ(Q9Db_addPhysicalToInternalComputations(codingOf(s), 1, &encoding), S_OK);
-  ASSERT_EQ(Q9Db_addInternalToPhysicalComputations(codingOf(s), 1, &decoding), S_OK);
-  Q9DbNode* instance = place(s, nullptr, 3, BE);
-
-  const Q9DbPhysicalValue in = doubleValue(25.3);
-  Q9DbEncodeEnum* e = nullptr;
-  Q9DbNode* computation = nullptr;
-  uint64_t raw = 0;
-  ASSERT_EQ(Q9Db_encodeSignal(s, &in, &e), S_OK);
-  ASSERT_EQ(Q9Db_encodeNextComputation(e, &computation), S_OK);
-  EXPECT_EQ(computation, encoding);
-  EXPECT_EQ(Q9Db_encodeNextComputation(e, &computation), S_FALSE);
-  ASSERT_EQ(Q9Db_physicalToInternal(s, computation, &in, &raw), S_OK);
-  EXPECT_EQ(raw, 653u);
-  uint8_t payload[2] = {};
-  ASSERT_EQ(Q9Db_encodeSignalInstance(instance, raw, payload, 2), S_OK);
-  EXPECT_EQ(payload[0], 0x02);
-  EXPECT_EQ(payload[1], 0x8D);
-  EXPECT_EQ(Q9Db_destroyEncodeEnum(e), S_OK);
-
-  Q9DbPhysicalValue out;
-  ASSERT_EQ(Q9Db_internalToPhysical(s, Q9bit_extractbuf(payload, 3, -12), &out), S_OK);
-  EXPECT_EQ(out.value.d, 25.299999999999997);
-  char16_t text[16];
-  ASSERT_EQ(Q9Db_valueToString(&out, text, 16), 6);
-  EXPECT_EQ(std::u16string(text), u"25.300");
-}
-
 TEST_F(SignalEncoderTest, ComputationWalkGivesEachHoldingComputationOnce) {
   Q9DbNode* s = signal(u"s", 8);
   Q9DbNode* twoRanges = linear(1, 0, 0, 10);
