@@ -21,6 +21,15 @@ Classes operator+(Classes a, const Classes& b) {
   return a;
 }
 
+// A call of a getter that takes only an out.
+template <typename T>
+std::function<HRESULT(Q9DbNode*, Q9DbNode*)> getter(HRESULT (*get)(Q9DbNode*, T*)) {
+  return [get](Q9DbNode* self, Q9DbNode*) {
+    T out;
+    return get(self, &out);
+  };
+}
+
 struct AccessorRow {
   const char* name;
   Classes accepted;
@@ -30,34 +39,21 @@ struct AccessorRow {
 // Which classes each accessor takes. Anything else must answer E_INVALIDARG
 // and leave the node alone.
 std::vector<AccessorRow> accessorRows() {
-  Q9DbNode* n = nullptr;
-  int32_t i32 = 0;
-  uint32_t u32 = 0;
-  uint64_t u64 = 0;
-  double f = 0;
-  const char16_t* text = nullptr;
-  // Values are read through static storage so the lambdas stay simple.
-  static Q9DbNode* nodeOut;
-  static int32_t i32Out;
-  static uint32_t u32Out;
-  static uint64_t u64Out;
-  static double fOut;
   static const char16_t* textOut;
-  (void)n, (void)i32, (void)u32, (void)u64, (void)f, (void)text;
   auto refOrSelf = [](Q9DbNode* self) {
     Q9DbNode* current = nullptr;
     Q9Db_getReference(self, &current);
     return current ? current : self;
   };
   return {
-      {"getDatabaseRef", span(2, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getDatabaseRef(s, &nodeOut); }},
-      {"getElementId", span(3, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getElementId(s, &textOut); }},
+      {"getDatabaseRef", span(2, 32), getter(Q9Db_getDatabaseRef)},
+      {"getElementId", span(3, 32), getter(Q9Db_getElementId)},
       {"setElementId", span(3, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setElementId(s, u"renamed"); }},
-      {"getGroup", span(3, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getGroup(s, &nodeOut); }},
-      {"getParam", span(3, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getParam(s, &u64Out); }},
+      {"getGroup", span(3, 32), getter(Q9Db_getGroup)},
+      {"getParam", span(3, 32), getter(Q9Db_getParam)},
       {"setParam", span(3, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setParam(s, 42); }},
       {"setShortName", span(4, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setShortName(s, u"sn"); }},
-      {"getShortName", span(4, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getShortName(s, &textOut); }},
+      {"getShortName", span(4, 32), getter(Q9Db_getShortName)},
       {"setLongName", span(4, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setLongName(s, 1, u"ln"); }},
       {"getLongName", span(4, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getLongName(s, 1, 2, &textOut); }},
       {"setDescription", span(4, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setDescription(s, 1, u"d"); }},
@@ -68,50 +64,50 @@ std::vector<AccessorRow> accessorRows() {
       {"getDisplayName", {24}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getDisplayName(s, 1, 2, &textOut); }},
       {"getTextValue", {28}, [](Q9DbNode* s, Q9DbNode* db) { return Q9Db_getTextValue(db, s, 1, 2, &textOut); }},
       {"setParent", span(5, 22), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setParent(s, s); }},
-      {"getParent", span(5, 22), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getParent(s, &nodeOut); }},
+      {"getParent", span(5, 22), getter(Q9Db_getParent)},
       // The database's own reference (class 7) is its collections link and fixed.
       {"setReference", Classes{6} + span(8, 21), [refOrSelf](Q9DbNode* s, Q9DbNode*) { return Q9Db_setReference(s, refOrSelf(s)); }},
-      {"getReference", span(6, 21), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getReference(s, &nodeOut); }},
+      {"getReference", span(6, 21), getter(Q9Db_getReference)},
       {"setFrame", span(11, 15), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setFrame(s, nullptr); }},
-      {"getFrame", span(11, 15), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getFrame(s, &nodeOut); }},
+      {"getFrame", span(11, 15), getter(Q9Db_getFrame)},
       {"setChannel", span(11, 15), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setChannel(s, nullptr); }},
-      {"getChannel", span(11, 15), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getChannel(s, &nodeOut); }},
+      {"getChannel", span(11, 15), getter(Q9Db_getChannel)},
       {"setSourceECU", span(11, 15), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setSourceECU(s, nullptr); }},
-      {"getSourceECU", span(11, 15), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getSourceECU(s, &nodeOut); }},
-      {"getStaticPart", {32}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getStaticPart(s, &nodeOut); }},
-      {"getElsePart", {32}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getElsePart(s, &nodeOut); }},
-      {"getUnit", Classes{19, 24} + span(6, 21), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getUnit(s, &nodeOut); }},
+      {"getSourceECU", span(11, 15), getter(Q9Db_getSourceECU)},
+      {"getStaticPart", {32}, getter(Q9Db_getStaticPart)},
+      {"getElsePart", {32}, getter(Q9Db_getElsePart)},
+      {"getUnit", Classes{19, 24} + span(6, 21), getter(Q9Db_getUnit)},
       {"setClusterType", {10}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_setClusterType(s, 1); }},
-      {"getClusterType", {10}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getClusterType(s, &i32Out); }},
-      {"getFlags", span(11, 15) + Classes{18, 37}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getFlags(s, &u32Out); }},
-      {"getSlotId", {13}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getSlotId(s, &i32Out); }},
-      {"getCycleOffset", {13}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getCycleOffset(s, &i32Out); }},
-      {"getRepetition", {13}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getRepetition(s, &i32Out); }},
-      {"getIdentifier", {14}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getIdentifier(s, &u32Out); }},
-      {"getIdentifierMask", {15}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getIdentifierMask(s, &u32Out); }},
-      {"getIdentifierCode", {15}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getIdentifierCode(s, &u32Out); }},
-      {"getByteOrder", {17, 20, 36}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getByteOrder(s, &i32Out); }},
-      {"getBitPosition", {17, 20, 36}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getBitPosition(s, &i32Out); }},
-      {"getUpdateBitPosition", {17, 20}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getUpdateBitPosition(s, &i32Out); }},
-      {"getBitLength", Classes{19, 36} + span(30, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getBitLength(s, &i32Out); }},
-      {"getDefaultValue", {18}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getDefaultValue(s, &fOut); }},
-      {"getMinValue", {18}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getMinValue(s, &fOut); }},
-      {"getMaxValue", {18}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getMaxValue(s, &fOut); }},
-      {"getEncoding", {19}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getEncoding(s, &u32Out); }},
-      {"getSwitchCode", {21}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getSwitchCode(s, &u32Out); }},
-      {"getLength", {23}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getLength(s, &i32Out); }},
-      {"getScale", {27}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getScale(s, &fOut); }},
-      {"getOffset", {27}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getOffset(s, &fOut); }},
-      {"getValue", {29}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getValue(s, &fOut); }},
-      {"getUnusedBytePattern", span(30, 32), [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getUnusedBytePattern(s, &u32Out); }},
-      {"getSwitchByteOrder", {32}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getSwitchByteOrder(s, &i32Out); }},
-      {"getSwitchPosition", {32}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getSwitchPosition(s, &i32Out); }},
-      {"getSwitchLength", {32}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getSwitchLength(s, &i32Out); }},
-      {"getDefaultSwitchCode", {32}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getDefaultSwitchCode(s, &u32Out); }},
-      {"getDebounceTime", {34}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getDebounceTime(s, &i32Out); }},
-      {"getCycletime", {35}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getCycletime(s, &u64Out); }},
-      {"getLowerLimit", {37}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getLowerLimit(s, &fOut); }},
-      {"getUpperLimit", {37}, [](Q9DbNode* s, Q9DbNode*) { return Q9Db_getUpperLimit(s, &fOut); }},
+      {"getClusterType", {10}, getter(Q9Db_getClusterType)},
+      {"getFlags", span(11, 15) + Classes{18, 37}, getter(Q9Db_getFlags)},
+      {"getSlotId", {13}, getter(Q9Db_getSlotId)},
+      {"getCycleOffset", {13}, getter(Q9Db_getCycleOffset)},
+      {"getRepetition", {13}, getter(Q9Db_getRepetition)},
+      {"getIdentifier", {14}, getter(Q9Db_getIdentifier)},
+      {"getIdentifierMask", {15}, getter(Q9Db_getIdentifierMask)},
+      {"getIdentifierCode", {15}, getter(Q9Db_getIdentifierCode)},
+      {"getByteOrder", {17, 20, 36}, getter(Q9Db_getByteOrder)},
+      {"getBitPosition", {17, 20, 36}, getter(Q9Db_getBitPosition)},
+      {"getUpdateBitPosition", {17, 20}, getter(Q9Db_getUpdateBitPosition)},
+      {"getBitLength", Classes{19, 36} + span(30, 32), getter(Q9Db_getBitLength)},
+      {"getDefaultValue", {18}, getter(Q9Db_getDefaultValue)},
+      {"getMinValue", {18}, getter(Q9Db_getMinValue)},
+      {"getMaxValue", {18}, getter(Q9Db_getMaxValue)},
+      {"getEncoding", {19}, getter(Q9Db_getEncoding)},
+      {"getSwitchCode", {21}, getter(Q9Db_getSwitchCode)},
+      {"getLength", {23}, getter(Q9Db_getLength)},
+      {"getScale", {27}, getter(Q9Db_getScale)},
+      {"getOffset", {27}, getter(Q9Db_getOffset)},
+      {"getValue", {29}, getter(Q9Db_getValue)},
+      {"getUnusedBytePattern", span(30, 32), getter(Q9Db_getUnusedBytePattern)},
+      {"getSwitchByteOrder", {32}, getter(Q9Db_getSwitchByteOrder)},
+      {"getSwitchPosition", {32}, getter(Q9Db_getSwitchPosition)},
+      {"getSwitchLength", {32}, getter(Q9Db_getSwitchLength)},
+      {"getDefaultSwitchCode", {32}, getter(Q9Db_getDefaultSwitchCode)},
+      {"getDebounceTime", {34}, getter(Q9Db_getDebounceTime)},
+      {"getCycletime", {35}, getter(Q9Db_getCycletime)},
+      {"getLowerLimit", {37}, getter(Q9Db_getLowerLimit)},
+      {"getUpperLimit", {37}, getter(Q9Db_getUpperLimit)},
   };
 }
 

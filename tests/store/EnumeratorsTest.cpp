@@ -23,31 +23,8 @@ class EnumeratorsTest : public StoreTest {
   std::vector<Q9DbNode*> children;
 };
 
-TEST_F(EnumeratorsTest, FetchSequenceOnTwoItems) {
-  Q9DbNode* g = groupOf(2);
-  Q9DbEnumerator* e = nullptr;
-  ASSERT_EQ(Q9Db_enumChildren(g, &e), S_OK);
-  Q9DbNode* out = nullptr;
-  uint32_t fetched = 9;
-  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, &out, &fetched), S_OK);
-  EXPECT_EQ(out, children[0]);
-  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, &out, &fetched), S_OK);
-  EXPECT_EQ(out, children[1]);
-  out = nullptr;
-  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, &out, &fetched), S_FALSE);
-  EXPECT_EQ(fetched, 0u);
-  EXPECT_EQ(out, nullptr);
-  fetched = 9;
-  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, &out, &fetched), S_FALSE);
-  EXPECT_EQ(fetched, 9u);
-  // Reset brings back a cursor that ran off.
-  EXPECT_EQ(Q9Db_enumeratorReset(e), S_OK);
-  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, &out, &fetched), S_OK);
-  EXPECT_EQ(out, children[0]);
-  EXPECT_EQ(Q9Db_enumeratorDestroy(e), S_OK);
-}
-
-TEST_F(EnumeratorsTest, ManyAtOnceAcrossBlocks) {
+// Seven children: blocks of five, so fetches cross a block's end.
+TEST_F(EnumeratorsTest, FetchSkipAndResetAcrossBlocks) {
   Q9DbNode* g = groupOf(7);
   Q9DbEnumerator* e = nullptr;
   ASSERT_EQ(Q9Db_enumChildren(g, &e), S_OK);
@@ -55,18 +32,32 @@ TEST_F(EnumeratorsTest, ManyAtOnceAcrossBlocks) {
   EXPECT_EQ(Q9Db_enumeratorGetCount(e, &count), S_OK);
   EXPECT_EQ(count, 7u);
   Q9DbNode* out[10] = {};
-  uint32_t fetched = 0;
+  uint32_t fetched = 9;
   EXPECT_EQ(Q9Db_enumeratorNext(e, 0, out, &fetched), S_FALSE);
   EXPECT_EQ(fetched, 0u);
-  EXPECT_EQ(Q9Db_enumeratorNext(e, 10, out, &fetched), S_OK);
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, out, &fetched), S_OK);
+  EXPECT_EQ(out[0], children[0]);
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 6, out, &fetched), S_OK);
+  ASSERT_EQ(fetched, 6u);
+  EXPECT_EQ(Nodes(out, out + 6), Nodes(children.begin() + 1, children.end()));
+  out[0] = nullptr;
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, out, &fetched), S_FALSE) << "at the end";
+  EXPECT_EQ(fetched, 0u);
+  EXPECT_EQ(out[0], nullptr);
+  fetched = 9;
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 1, out, &fetched), S_FALSE);
+  EXPECT_EQ(fetched, 9u) << "off the end: nothing written";
+  // Reset brings back a cursor that ran off.
+  EXPECT_EQ(Q9Db_enumeratorReset(e), S_OK);
+  EXPECT_EQ(Q9Db_enumeratorNext(e, 10, out, &fetched), S_OK) << "a short fetch that found some";
   ASSERT_EQ(fetched, 7u);
-  for (size_t i = 0; i < 7; ++i) EXPECT_EQ(out[i], children[i]);
+  EXPECT_EQ(Nodes(out, out + 7), Nodes(children.begin(), children.end()));
   EXPECT_EQ(Q9Db_enumeratorReset(e), S_OK);
   EXPECT_EQ(Q9Db_enumeratorSkip(e, 6), S_OK);
   EXPECT_EQ(Q9Db_enumeratorNext(e, 1, out, &fetched), S_OK);
   EXPECT_EQ(out[0], children[6]);
   EXPECT_EQ(Q9Db_enumeratorSkip(e, 5), S_OK);
-  Q9Db_enumeratorDestroy(e);
+  EXPECT_EQ(Q9Db_enumeratorDestroy(e), S_OK);
 }
 
 TEST_F(EnumeratorsTest, EmptyListsOpenFine) {

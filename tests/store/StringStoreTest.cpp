@@ -123,7 +123,6 @@ TEST_F(StringStoreTest, FallbackCacheStartsAsNoFallback) {
 
 TEST_F(StringStoreTest, ReplacedTextsStayValid) {
   Q9DbStringSlot* s = slot(1, u"old");
-  const std::u16string before = lookup(s, 1, 65535);
   const char16_t* oldPointer = nullptr;
   Q9Db_stringLookup(handle, s, 1, 65535, &oldPointer);
   ASSERT_EQ(Q9Db_stringAddAlternative(handle, s, 1, u"new"), S_OK);
