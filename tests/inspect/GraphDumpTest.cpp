@@ -105,7 +105,7 @@ class GraphDumpTest : public StoreTest {
     ok(Q9Db_addSegment(part, 0, 16, 48));
     ok(Q9Db_createSignalPDU(handle, u"Diag{1}", 48, part, &partPdu));
 
-    Q9DbNode *pduTriggering = nullptr, *schedule = nullptr, *slot = nullptr, *views = nullptr;
+    Q9DbNode *pduTriggering = nullptr, *slot = nullptr, *views = nullptr;
     ok(Q9Db_createPDUTriggering(handle, nullptr, pdu, channel, &pduTriggering));
     ok(Q9Db_createCyclicTiming(handle, 100, pduTriggering, &timing));
 
@@ -131,7 +131,7 @@ class GraphDumpTest : public StoreTest {
   Q9DbNode *frame = nullptr, *triggering = nullptr, *masked = nullptr, *placement = nullptr;
   Q9DbNode *pdu = nullptr, *coding = nullptr, *computation = nullptr, *temp = nullptr;
   Q9DbNode *firstInstance = nullptr, *secondInstance = nullptr, *mux = nullptr;
-  Q9DbNode *staticPart = nullptr, *timing = nullptr, *view = nullptr;
+  Q9DbNode *staticPart = nullptr, *timing = nullptr, *view = nullptr, *schedule = nullptr;
 };
 
 // The empty database: the exact file, with addresses named.
@@ -180,12 +180,9 @@ TEST_F(GraphDumpTest, LabelsShowClassShortNameIdDetailsAndParam) {
       {temp, "Signal [T\\|emp]: a\\<b\\|c (3)"},
       {engine, "ElementGroup []: EngineControl (10)"},
       {timing, "CyclicTiming []: " + nameOf(timing).substr(1)},
+      {schedule, "Frame []: Slot\\\"7\\\"\\\\\\nlength: 16"},
   };
   for (const auto& c : cases) EXPECT_EQ(dump.label(c.node), c.label);
-
-  Q9DbNode* schedule = nullptr;
-  ASSERT_EQ(Q9Db_findByElementId(handle, u"Slot\"7\"\\", &schedule), S_OK);
-  EXPECT_EQ(dump.label(schedule), "Frame []: Slot\\\"7\\\"\\\\\\nlength: 16");
 
   // Params 1 to 10 fill the node; 11 and up only show in the label.
   EXPECT_EQ(dump.fills.at(nameOf(temp)), "blue");
