@@ -19,37 +19,21 @@ class EncoderEndToEndTest : public EncoderTest {
     Q9DbNode* cyclicFrame = frame(u"Cyc", 8, 0x100);
     Q9DbNode* values = signalPdu(cyclicFrame);
     timed(values, {cyclic(100)});
-    speed = withDefault(u"speed", values, 0, 16, 0, 12.5, 10, -1);
-    temp = withDefault(u"temp", values, 23, 8, BE, 20, 1, 32);
+    speed = defaulted(u"speed", values, 0, 16, 12.5, 10, -1);
+    temp = defaulted(u"temp", values, 23, 8, 20, 1, 32, BE);
 
     Q9DbNode* eventFrame = frame(u"Evt", 8, 0x200);
     Q9DbNode* mux = muxPdu(eventFrame, 0, 4);
     timed(mux, {event(50)});
-    counter = withDefault(u"counter", signalPdu(part(mux, kStatic, {{8, 8}}), 0, 8), 0, 8, 0, 3, 1, -1);
-    volt = withDefault(u"volt", signalPdu(part(mux, 1, {{16, 24}}), 0, 24), 0, 16, 0, 0, 1, 16);
-    amp = withDefault(u"amp", signalPdu(part(mux, 2, {{16, 8}, {40, 8}}), 0, 16), 0, 16, 0, 0, 1, -1);
+    counter = defaulted(u"counter", signalPdu(part(mux, kStatic, {{8, 8}}), 0, 8), 0, 8, 3, 1, -1);
+    volt = defaulted(u"volt", signalPdu(part(mux, 1, {{16, 24}}), 0, 24), 0, 16, 0, 1, 16);
+    amp = defaulted(u"amp", signalPdu(part(mux, 2, {{16, 8}, {40, 8}}), 0, 16), 0, 16, 0, 1, -1);
     identifiers = {{cyclicFrame, 0x100}, {eventFrame, 0x200}};
 
     open(channel);
     app = registerApp();
     ASSERT_EQ(Q9Db_EncoderInsert(encoder, app, cyclicFrame), S_OK);
     ASSERT_EQ(Q9Db_EncoderInsert(encoder, app, eventFrame), S_OK);
-  }
-
-  // A signal whose default reaches the raw value through a scale, and whose
-  // raw values read back through the inverse scale.
-  Q9DbNode* withDefault(const char16_t* name, Q9DbNode* pdu, int32_t bitpos, int32_t bitlen, int32_t byteOrder,
-                        double physical, double scale, int32_t updateBit) {
-    Q9DbNode *coding = nullptr, *s = nullptr, *encode = nullptr, *decode = nullptr, *instance = nullptr;
-    EXPECT_EQ(Q9Db_createCoding(handle, fresh(), bitlen, Q9_ENCODING_DIRECT, nullptr, &coding), S_OK);
-    Q9Db_createLinearComputation(handle, fresh(), scale, 0, &encode);
-    Q9Db_createLinearComputation(handle, fresh(), 1 / scale, 0, &decode);
-    Q9Db_addRange(decode, 0, 65535, Q9_FLAG_LOWERLIMIT_CLOSED | Q9_FLAG_UPPERLIMIT_CLOSED);
-    Q9Db_addPhysicalToInternalComputations(coding, 1, &encode);
-    Q9Db_addInternalToPhysicalComputations(coding, 1, &decode);
-    EXPECT_EQ(Q9Db_createSignal(handle, name, 0, physical, 0, 1000, coding, &s), S_OK);
-    EXPECT_EQ(Q9Db_createSignalInstance(handle, fresh(), byteOrder, bitpos, updateBit, s, pdu, &instance), S_OK);
-    return s;
   }
 
   // Triggers at time and decodes every frame handed out.

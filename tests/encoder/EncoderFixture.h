@@ -40,6 +40,23 @@ class EncoderTest : public BusTest {
     return drain();
   }
 
+  // A signal of its own coding, placed with an update bit (-1: none), whose
+  // default reaches the raw value through a scale, and whose raw values
+  // read back through the inverse scale.
+  Q9DbNode* defaulted(const char16_t* name, Q9DbNode* pdu, int32_t bitpos, int32_t bitlen, double physical,
+                      double scale, int32_t updateBit, int32_t byteOrder = Q9_BYTEORDER_LITTLEENDIAN) {
+    Q9DbNode *coding = nullptr, *s = nullptr, *encode = nullptr, *decode = nullptr, *instance = nullptr;
+    EXPECT_EQ(Q9Db_createCoding(handle, fresh(), bitlen, Q9_ENCODING_DIRECT, nullptr, &coding), S_OK);
+    EXPECT_EQ(Q9Db_createLinearComputation(handle, fresh(), scale, 0, &encode), S_OK);
+    EXPECT_EQ(Q9Db_createLinearComputation(handle, fresh(), 1 / scale, 0, &decode), S_OK);
+    Q9Db_addRange(decode, 0, 65535, Q9_FLAG_LOWERLIMIT_CLOSED | Q9_FLAG_UPPERLIMIT_CLOSED);
+    EXPECT_EQ(Q9Db_addPhysicalToInternalComputations(coding, 1, &encode), S_OK);
+    EXPECT_EQ(Q9Db_addInternalToPhysicalComputations(coding, 1, &decode), S_OK);
+    EXPECT_EQ(Q9Db_createSignal(handle, name, 0, physical, 0, 1000, coding, &s), S_OK);
+    EXPECT_EQ(Q9Db_createSignalInstance(handle, fresh(), byteOrder, bitpos, updateBit, s, pdu, &instance), S_OK);
+    return s;
+  }
+
   // The encoder's current image of a frame or PDU.
   Bytes image(Q9DbNode* node) {
     const EncoderRecord* r = reinterpret_cast<CEncode*>(encoder)->RecordOf(node);

@@ -10,22 +10,6 @@ namespace {
 
 class EncoderImagesTest : public EncoderTest {
  protected:
-  // A signal of its own coding whose default turns into a raw value through
-  // a scale of 2, placed with an update bit.
-  Q9DbNode* defaulted(const char16_t* name, Q9DbNode* pdu, int32_t bitpos, double physical, int32_t updateBit) {
-    Q9DbNode *coding = nullptr, *s = nullptr, *scale = nullptr, *instance = nullptr;
-    EXPECT_EQ(Q9Db_createCoding(handle, fresh(), 8, Q9_ENCODING_DIRECT, nullptr, &coding), S_OK);
-    EXPECT_EQ(Q9Db_createLinearComputation(handle, fresh(), 2, 0, &scale), S_OK);
-    EXPECT_EQ(Q9Db_addPhysicalToInternalComputations(coding, 1, &scale), S_OK);
-    EXPECT_EQ(Q9Db_createSignal(handle, name, 0, physical, 0, 100, coding, &s), S_OK);
-    EXPECT_EQ(Q9Db_createSignalInstance(handle, fresh(), 0, bitpos, updateBit, s, pdu, &instance), S_OK);
-    return s;
-  }
-  Q9DbNode* flagged(const char16_t* name, Q9DbNode* pdu, int32_t bitpos, int32_t bitlen, int32_t updateBit) {
-    Q9DbNode *s = signal(name, bitlen), *instance = nullptr;
-    EXPECT_EQ(Q9Db_createSignalInstance(handle, fresh(), 0, bitpos, updateBit, s, pdu, &instance), S_OK);
-    return s;
-  }
   HRESULT change(Q9DbNode* s, uint64_t raw) { return Q9Db_EncoderChangeSignal(encoder, 0, s, raw); }
 };
 
@@ -33,9 +17,9 @@ TEST_F(EncoderImagesTest, InitWritesDefaultsAndUpdateBitsOverThePattern) {
   Q9DbNode* f = frame(u"F", 8, 0x10);
   Q9DbNode* pdu = signalPdu(f);
   as<PDU>(pdu)->unusedBytePattern = 0x1AA;  // the low byte fills
-  defaulted(u"speed", pdu, 0, 50, 8);
+  defaulted(u"speed", pdu, 0, 8, 50, 2, 8);
   field(u"plain", pdu, 16, 8);
-  Q9DbNode* later = flagged(u"later", signalPdu(frame(u"G", 4, 0x20), 0, 32), 0, 4, 12);
+  Q9DbNode* later = defaulted(u"later", signalPdu(frame(u"G", 4, 0x20), 0, 32), 0, 4, 0, 1, 12);
   open(channel);
   const Bytes expected = {0x64, 0xAB, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA};
   EXPECT_EQ(image(pdu), expected);
