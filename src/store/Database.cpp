@@ -9,6 +9,7 @@
 #include "store/BlockDirectory.h"
 #include "store/NodeClasses.h"
 #include "store/StringStore.h"
+#include "store/WordText.h"
 
 namespace q9 {
 
@@ -48,7 +49,7 @@ const void* elementIdOf(const void* item) {
 }
 
 int32_t compareElementId(const void* key, const void* item) {
-  return compareTextKeys(key, elementIdOf(item));
+  return compareStoredTexts(key, elementIdOf(item));
 }
 
 namespace {
@@ -58,7 +59,7 @@ namespace {
 HRESULT insertSortedById(ElementGroup* group, ElementId* element, const BlockLayout* layout) {
   Q9Db* db = group->databaseRef;
   BlockDirectory* directory = directoryFor(&db->directories, &group->children);
-  prepareDirectory(directory, &group->children, elementIdOf, compareTextKeys);
+  prepareDirectory(directory, &group->children, elementIdOf, compareStoredTexts);
   Block* block = nullptr;
   uint64_t position = 0, slot = 0;
   if (searchSortedWith(directory, &group->children, &block, &position, &slot, element->eid,
@@ -207,11 +208,13 @@ Q9DB_API HRESULT Q9Db_findChildByElementId(Q9DbNode* groupNode, const char16_t* 
                                            Q9DbNode** out) {
   if (!isA<ElementGroup>(groupNode)) return E_INVALIDARG;
   auto* group = as<ElementGroup>(groupNode);
+  const WordReadableCopy key(id);
+  if (id && !key.text()) return E_OUTOFMEMORY;
   const BlockDirectory* directory =
       group->databaseRef ? findDirectory(group->databaseRef->directories, &group->children) : nullptr;
   Block* block = nullptr;
   uint64_t position = 0, slot = 0;
-  if (searchSortedWith(directory, &group->children, &block, &position, &slot, id,
+  if (searchSortedWith(directory, &group->children, &block, &position, &slot, key.text(),
                        compareElementId) != S_OK)
     return S_FALSE;
   *out = static_cast<Q9DbNode*>(block->pointers()[position]);

@@ -30,7 +30,8 @@ HRESULT insertChildSorted(ElementGroup* owner, ElementId* child, const BlockLayo
 
 // The eid of a listed element, null for a light node.
 const void* elementIdOf(const void* item);
-// Comparison of an eid key with a listed element.
+// Comparison of an eid key with a listed element; the key is an interned
+// text or a WordReadableCopy.
 int32_t compareElementId(const void* key, const void* item);
 
 }  // namespace q9

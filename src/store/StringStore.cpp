@@ -7,6 +7,7 @@
 #include "platform/WideText.h"
 #include "store/Allocator.h"
 #include "store/BlockDirectory.h"
+#include "store/WordText.h"
 
 namespace q9 {
 
@@ -24,8 +25,8 @@ std::size_t textLength(const char16_t* text) {
   return n;
 }
 
-int32_t compareTextKeys(const void* key, const void* item) {
-  return compareText(static_cast<const char16_t*>(key), static_cast<const char16_t*>(item));
+int32_t compareStoredTexts(const void* key, const void* item) {
+  return compareWordReadable(static_cast<const char16_t*>(key), static_cast<const char16_t*>(item));
 }
 
 HRESULT createStringStore(Allocator* alloc, StringStore** out) {
@@ -56,18 +57,20 @@ void destroyStringStore(StringStore* store) {
 
 const char16_t* internText(StringStore* store, const char16_t* text) {
   if (!text) return nullptr;
+  const WordReadableCopy key(text);
+  if (!key.text()) return nullptr;
   BlockDirectory* directory = directoryFor(&store->directories, &store->textIndex);
-  prepareDirectory(directory, &store->textIndex, [](const void* text) { return text; },
-                   compareTextKeys);
+  prepareDirectory(directory, &store->textIndex, [](const void* stored) { return stored; },
+                   compareStoredTexts);
   Block* block = nullptr;
   uint64_t index = 0, slot = 0;
-  if (searchSortedWith(directory, &store->textIndex, &block, &index, &slot, text, compareTextKeys) ==
-      S_OK)
+  if (searchSortedWith(directory, &store->textIndex, &block, &index, &slot, key.text(),
+                       compareStoredTexts) == S_OK)
     return static_cast<const char16_t*>(block->pointers()[index]);
-  const std::size_t bytes = (textLength(text) + 1) * sizeof(char16_t);
+  const std::size_t bytes = key.units() * sizeof(char16_t);
   auto* copy = static_cast<char16_t*>(store->allocator->alloc(store->allocator, bytes));
   if (!copy) return nullptr;
-  std::memcpy(copy, text, bytes);
+  std::memcpy(copy, key.text(), bytes);
   // A copy the index could not take is still good; later searches miss it.
   insertSortedWith(directory, &store->textLayout, store->allocator, &store->textIndex, block, index,
                    slot, copy);

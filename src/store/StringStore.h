@@ -45,14 +45,16 @@ static_assert(sizeof(StringSlot) == 24, "slot record is 24 bytes");
 // Code-unit order; the terminator sorts before every unit. Null reads as "".
 int32_t compareText(const char16_t* a, const char16_t* b);
 std::size_t textLength(const char16_t* text);
-// compareText of two texts given as untyped keys.
-int32_t compareTextKeys(const void* key, const void* item);
+// compareText of two texts given as untyped keys, both stored by
+// internText or otherwise word-readable (see WordText.h).
+int32_t compareStoredTexts(const void* key, const void* item);
 
 // Makes the store and its first blocks. On failure *out is still set when the
 // record itself was made, so the caller can release it.
 HRESULT createStringStore(Allocator* alloc, StringStore** out);
 void destroyStringStore(StringStore* store);
 
+// The store's copy of text; stored texts are word-readable.
 const char16_t* internText(StringStore* store, const char16_t* text);
 const char16_t* internTextA(StringStore* store, const char* text);
 
