@@ -112,25 +112,19 @@ TEST_F(FilterHostTest, ArgumentsReachTheScript) {
 }
 
 TEST_F(FilterHostTest, BrokenPackagesFailWithAReportNamingTheFile) {
-  EXPECT_EQ(import(), E_FAIL);  // no init.lua at all
-  ASSERT_EQ(reports.size(), 1u);
-  EXPECT_NE(reports[0].text.find("init.lua"), std::string::npos) << reports[0].text;
-
-  package("return { doimport = function( end }");
-  reports.clear();
-  EXPECT_EQ(import(), E_FAIL);
-  ASSERT_EQ(reports.size(), 1u);
-  EXPECT_NE(reports[0].text.find("init.lua:1:"), std::string::npos) << reports[0].text;
-
-  package("error('package refuses')");
-  reports.clear();
-  EXPECT_EQ(import(), E_FAIL);
-  EXPECT_NE(reports[0].text.find("package refuses"), std::string::npos);
-
-  package("return {}");
-  reports.clear();
-  EXPECT_EQ(import(), E_FAIL);
-  EXPECT_NE(reports[0].text.find("no function 'doimport'"), std::string::npos) << reports[0].text;
+  const std::pair<const char*, const char*> rows[] = {
+      {nullptr, "init.lua"},  // no package at all
+      {"return { doimport = function( end }", "init.lua:1:"},
+      {"error('package refuses')", "package refuses"},
+      {"return {}", "no function 'doimport'"},
+  };
+  for (const auto& [initLua, reason] : rows) {
+    if (initLua) package(initLua);
+    reports.clear();
+    EXPECT_EQ(import(), E_FAIL) << reason;
+    ASSERT_EQ(reports.size(), 1u) << reason;
+    EXPECT_NE(reports[0].text.find(reason), std::string::npos) << reports[0].text;
+  }
   EXPECT_EQ(Q9Db_importDetect(u"x"), E_FAIL);
 }
 

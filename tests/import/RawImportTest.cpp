@@ -36,7 +36,6 @@ TEST(RawImport, GivesStatusNumbersWhenThereIsNothingToRead) {
   for (const Reader& reader : kReaders) {
     ImportRun missing(reader.import, u"/no/such/folder/file.txt");
     EXPECT_EQ(missing.tree(), statusText(E_FAIL)) << reader.name;
-    EXPECT_EQ(missing.tree(), "results 2: nil: -2147467259.0");
     ImportRun directory(reader.import, folder);
     EXPECT_EQ(directory.tree(), statusText(E_FAIL)) << reader.name;
 
