@@ -2,26 +2,14 @@
 -- failures to open as numbers.
 local T = require "testing"
 local Q9Db = T.Q9Db
-local data = (os.getenv("Q9DB_SOURCE_DIR") or "../..") .. "/tests/import/data/"
+local data = T.data("import")
 
-local function copyTo(source, target)
-  local input = assert(io.open(source, "rb"))
-  local output = assert(io.open(target, "wb"))
-  output:write(input:read("a"))
-  input:close()
-  output:close()
-end
-
-T.case("a DBC file becomes a tree of tables", function()
-  local tree = Q9Db.importDBC(data .. "comfort_body.dbc")
-  T.same(type(tree), "table")
-  T.same(tree.tag, "db")
-end)
-
-T.case("an LDF file becomes a tree of tables", function()
-  local tree = Q9Db.importLDF(data .. "seat_module.ldf")
-  T.same(type(tree), "table")
-  T.same(tree.tag, "db")
+T.case("DBC and LDF files become trees of tables", function()
+  for read, file in pairs({[Q9Db.importDBC] = "comfort_body.dbc", [Q9Db.importLDF] = "seat_module.ldf"}) do
+    local tree = read(data .. file)
+    T.same(type(tree), "table", file)
+    T.same(tree.tag, "db", file)
+  end
 end)
 
 T.case("a missing file gives nil and E_FAIL as a float", function()
@@ -34,10 +22,7 @@ T.case("a missing file gives nil and E_FAIL as a float", function()
 end)
 
 T.case("a syntax error gives nil and the reader's message", function()
-  local path = os.tmpname()
-  local f = assert(io.open(path, "w"))
-  f:write('VERSION "1"\nBO_ 1 M: 8 X\n SG_ s : 0|8@1+ (1,0) [0|0] "" X\n BO_ ?\n')
-  f:close()
+  local path = T.writeTemp('VERSION "1"\nBO_ 1 M: 8 X\n SG_ s : 0|8@1+ (1,0) [0|0] "" X\n BO_ ?\n')
   local tree, message = Q9Db.importDBC(path)
   os.remove(path)
   T.same(tree, nil)
@@ -46,8 +31,7 @@ T.case("a syntax error gives nil and the reader's message", function()
 end)
 
 T.case("non-ASCII file names are converted, not mangled", function()
-  local path = os.tmpname() .. "-Größe-ä.dbc"
-  copyTo(data .. "comfort_body.dbc", path)
+  local path = T.writeTemp(T.readFile(data .. "comfort_body.dbc"), "-Größe-ä.dbc")
   local tree = Q9Db.importDBC(path)
   os.remove(path)
   T.same(type(tree), "table")
