@@ -23,14 +23,9 @@ T.case("every constant is a float; the large ones stay positive", function()
   end
   T.same(numbers, 82)
   T.same(texts, 8)
+  -- Values with the top bit set come out whole, not as negative integers.
   T.same(Q9Db.Q9_FLAG_VALID, 2147483648.0)
   T.same(Q9Db.Q9_INCOMPATIBLEVALUETYPE, 4294967295.0)
-  T.same(Q9Db.Q9_FLAG_VALID, Q9Db.Q9_FLAG_CONSTRAINT_VALID)
-  T.same(Q9Db.Q9_ENCODING_SIGNED, Q9Db.Q9_ENCODING_SIGNMASK)
-  T.same(Q9Db.Q9_FLAG_CANSTANDARD, 0.0)
-  T.same(Q9Db.Q9_FLAG_CANSTD_OR_EXT, 2.0)
-  T.same(Q9Db.Q9_NODETYPE_MultiplexedPDU, 0x7578 + 0.0)
-  T.same(Q9Db.Q9_NODETYPE_InvalidNode, 65535.0)
 end)
 
 T.case("group names are the texts of the collection groups", function()
