@@ -123,7 +123,7 @@ class DbcParser {
     expectNext(':');
     advance();
     while (token_ == kDbcIdentifier) {
-      pushTaggedTable(L, "ecu");
+      pushTaggedTable(L, "ecu", 1);
       setText("id");
       appendToRoot();
       advance();
@@ -131,7 +131,7 @@ class DbcParser {
   }
 
   void parseFrame() {
-    pushTaggedTable(L, "frame");
+    pushTaggedTable(L, "frame", 5);
     expectNextUnsigned("frameid");
     expectNextText(kDbcIdentifier, "identifier", "id");
     expectNext(':');
@@ -147,7 +147,7 @@ class DbcParser {
   }
 
   void parseSignal() {
-    pushTaggedTable(L, "signal");
+    pushTaggedTable(L, "signal", 15);
     expectNextText(kDbcIdentifier, "identifier", "id");
     advance();
     if (token_ == kDbcIdentifier) {
@@ -196,7 +196,7 @@ class DbcParser {
 
   // Receivers stand on the signal's own line, separated by commas or blanks.
   void parseReceivers() {
-    lua_createtable(L, 0, 0);
+    lua_createtable(L, 2, 0);
     setDbcLineMode(scanner_, true);
     advance();
     lua_Integer count = 0;
@@ -238,7 +238,7 @@ class DbcParser {
 
   // The comment's string stays current, so the rest of its line is skipped.
   void parseComment() {
-    pushTaggedTable(L, "comment");
+    pushTaggedTable(L, "comment", 4);
     parseObjectReference();
     require(kTokenString, "string constant");
     setText("text");
@@ -247,7 +247,7 @@ class DbcParser {
 
   // The closing ';' stays current, so the rest of its line is skipped.
   void parseValues() {
-    pushTaggedTable(L, "value");
+    pushTaggedTable(L, "value", 4);
     advance();
     if (token_ == kTokenInteger) {
       setUnsigned("frame");
@@ -286,7 +286,7 @@ class DbcParser {
   }
 
   void parseAttribute() {
-    pushTaggedTable(L, "attr");
+    pushTaggedTable(L, "attr", 5);
     expectNextText(kTokenString, "attribute name", "id");
     parseObjectReference();
     requireConstantValue();
@@ -366,7 +366,7 @@ class DbcParser {
   }
 
   void parseSignalValueType() {
-    pushTaggedTable(L, "sigvaltype");
+    pushTaggedTable(L, "sigvaltype", 3);
     expectNext(kTokenInteger, "message id");
     setUnsigned("frame");
     expectNextText(kDbcIdentifier, "identifier", "signal");
