@@ -14,14 +14,14 @@ void parseValueDescription(LdfParser& p) {
   lua_State* L = p.L;
   switch (p.token()) {
     case ldf::logical_value:
-      pushTaggedTable(L, "logicalvalue");
+      pushTaggedTable(L, "logicalvalue", 2);
       p.advance();
       p.expect(',');
       p.integerField("intvalue");
       optionalTextValue(p);
       break;
     case ldf::physical_value:
-      pushTaggedTable(L, "physicalvalue");
+      pushTaggedTable(L, "physicalvalue", 5);
       p.advance();
       p.expect(',');
       p.integerField("minvalue");

@@ -43,7 +43,7 @@ double defaultFrameSize(uint32_t ident) {
 
 void parseOffsetEntries(LdfParser& p, const char* tag) {
   while (p.atEntryName()) {
-    pushTaggedTable(p.L, tag);
+    pushTaggedTable(p.L, tag, 2);
     p.nameField("name");
     p.expect(',');
     p.integerField("offset");
@@ -54,7 +54,7 @@ void parseOffsetEntries(LdfParser& p, const char* tag) {
 
 void parseSignal(LdfParser& p) {
   lua_State* L = p.L;
-  pushTaggedTable(L, "signal");
+  pushTaggedTable(L, "signal", 5);
   p.nameField("name");
   p.expect(':');
   p.integerField("size");
@@ -62,7 +62,7 @@ void parseSignal(LdfParser& p) {
   parseInitialValue(p);
   p.expect(',');
   p.nameField("publishedby");
-  lua_createtable(L, 0, 0);
+  lua_createtable(L, 2, 0);
   while (p.skip(',')) {
     p.pushName();
     appendToArray(L, -2);
@@ -84,7 +84,7 @@ void parseDiagnosticSignal(LdfParser& p) {
 }
 
 void parseFrame(LdfParser& p) {
-  pushTaggedTable(p.L, "frame");
+  pushTaggedTable(p.L, "frame", 4);
   p.nameField("name");
   p.expect(':');
   const auto ident = uint32_t(int32_t(p.integerValue()));
