@@ -81,6 +81,12 @@ std::size_t utf8ToUtf16Into(std::string_view in, char16_t* start) {
   return std::size_t(out - start);
 }
 
+void appendUtf8AsUtf16(std::u16string& out, std::string_view in) {
+  const std::size_t old = out.size();
+  out.resize(old + in.size());
+  out.resize(old + utf8ToUtf16Into(in, out.data() + old));
+}
+
 std::u16string utf8ToUtf16(std::string_view in) {
   std::u16string out(in.size(), u'\0');
   out.resize(utf8ToUtf16Into(in, out.data()));

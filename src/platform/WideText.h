@@ -9,6 +9,8 @@ namespace q9::platform {
 
 // UTF-8 to UTF-16; malformed bytes become U+FFFD.
 std::u16string utf8ToUtf16(std::string_view utf8);
+// Appends UTF-8 text to a UTF-16 string, as utf8ToUtf16 converts it.
+void appendUtf8AsUtf16(std::u16string& out, std::string_view utf8);
 // UTF-16 to UTF-8; unpaired surrogates become U+FFFD.
 std::string utf16ToUtf8(std::u16string_view utf16);
 std::string utf16ToUtf8(const char16_t* text);

@@ -1,0 +1,106 @@
+#include "import/BuildSupport.h"
+
+#include <cstdio>
+#include <unordered_set>
+
+#include "platform/WideText.h"
+#include "store/Database.h"
+
+namespace q9 {
+
+std::u16string toUtf16(std::string_view utf8) { return platform::utf8ToUtf16(utf8); }
+
+std::string freePrefix(Q9DbNode* handle, const std::string& wanted, bool wholeIds) {
+  // The name index holds every registered id; a walk over its blocks sees
+  // them all, also in a list a client has put out of order.
+  std::unordered_set<std::u16string> used;
+  if (Q9Db* db = asDatabase(handle)) {
+    if (auto* collections = static_cast<DatabaseCollections*>(db->reference)) {
+      PagedList& list = collections->identElements->children;
+      if (Block* first = list.head) {
+        Block* b = first;
+        do {
+          for (uint64_t i = 0; i < b->count; ++i) {
+            auto* eid = static_cast<const char16_t*>(elementIdOf(b->pointers()[i]));
+            if (!eid) continue;
+            std::u16string_view text(eid);
+            const std::size_t slash = text.find(u'/');
+            if (slash != std::u16string_view::npos)
+              used.emplace(text.substr(0, slash));
+            else if (wholeIds)
+              used.emplace(text);
+          }
+          b = b->next;
+        } while (b != first);
+      }
+    }
+  }
+  const std::u16string base = toUtf16(wanted);
+  if (!used.count(base)) return wanted;
+  for (unsigned n = 2;; ++n) {
+    const std::string suffix = "#" + std::to_string(n);
+    if (!used.count(base + toUtf16(suffix))) return wanted + suffix;
+  }
+}
+
+NodeMaker::NodeMaker(Q9DbNode* db, std::string prefix, uint16_t language)
+    : db_(db), prefix_(std::move(prefix)), language_(language) {}
+
+const char16_t* NodeMaker::id(std::initializer_list<std::string_view> parts) {
+  idBuffer_.clear();
+  platform::appendUtf8AsUtf16(idBuffer_, prefix_);
+  for (std::string_view part : parts) {
+    idBuffer_.push_back(u'/');
+    platform::appendUtf8AsUtf16(idBuffer_, part);
+  }
+  return idBuffer_.c_str();
+}
+
+std::string NodeMaker::idUtf8(std::initializer_list<std::string_view> parts) const {
+  std::string out = prefix_;
+  for (std::string_view part : parts) {
+    out += '/';
+    out += part;
+  }
+  return out;
+}
+
+bool NodeMaker::taken(const char16_t* id) const {
+  Q9DbNode* found = nullptr;
+  return Q9Db_findByElementId(db_, id, &found) == S_OK;
+}
+
+void NodeMaker::check(HRESULT status, const char* what) const {
+  if (status == S_OK) return;
+  char text[160];
+  std::snprintf(text, sizeof text, "%s failed with status 0x%08X", what, unsigned(status));
+  throw BuildFailure(text);
+}
+
+void NodeMaker::name(Q9DbNode* node, std::string_view plain) {
+  if (plain.empty()) return;
+  textBuffer_.clear();
+  platform::appendUtf8AsUtf16(textBuffer_, plain);
+  check(Q9Db_setShortName(node, textBuffer_.c_str()), "setting a short name");
+}
+
+void NodeMaker::describe(Q9DbNode* node, std::string_view text) {
+  if (text.empty()) return;
+  textBuffer_.clear();
+  platform::appendUtf8AsUtf16(textBuffer_, text);
+  check(Q9Db_setDescription(node, language_, textBuffer_.c_str()), "setting a description");
+}
+
+Q9DbStringSlot* NodeMaker::slot(std::string_view text) {
+  textBuffer_.clear();
+  platform::appendUtf8AsUtf16(textBuffer_, text);
+  Q9DbStringSlot* out = nullptr;
+  check(Q9Db_stringCreateSlot(db_, language_, textBuffer_.c_str(), &out), "making a text slot");
+  return out;
+}
+
+void NodeMaker::setParam(Q9DbNode* node, uint64_t param) {
+  check(Q9Db_setParam(node, param), "setting a parameter");
+}
+
+}  // namespace q9
