@@ -33,6 +33,15 @@ Q9DB_API int luaopen_Q9Db(lua_State *L);
  * reaches it with package.loadlib(<library file>, "Q9Db_core"). */
 Q9DB_API int Q9Db_core(lua_State *L);
 
+/* Pushes the table of the native import engine, which the filter scripts
+ * reach with package.loadlib(<library file>, "Q9Db_importEngine"):
+ * importDBC and importLDF (db, node, path, prefix, language, report),
+ * describeDBC and describeLDF (path, report), databaseIdDBC (path). Each
+ * import or description hands its report records to the report function
+ * and answers true, or raises an error with the file's name, line and
+ * column and what went wrong. */
+Q9DB_API int Q9Db_importEngine(lua_State *L);
+
 #ifdef __cplusplus
 }
 #endif

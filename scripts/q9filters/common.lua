@@ -1,5 +1,6 @@
--- What the DBC and LDF modules both need: the library's core table and the
--- upper half of Windows-1252, the code page such files are often written in.
+-- What the DBC and LDF modules both need: the library's core table, its
+-- import engine, and the upper half of Windows-1252, the code page such
+-- files are often written in.
 local C = {}
 
 -- Code points of the bytes 0x80..0x9F of Windows-1252; the bytes 0xA0..0xFF
@@ -16,14 +17,21 @@ C.cp1252 = {
 -- The package root's script holds the core, but format modules are loaded
 -- without access to it, so they open it themselves from the library beside
 -- this folder; a second Q9Db_core call in a state is harmless.
-local core
-function C.core()
-  if not core then
+local loaded = {}
+local function open(entry)
+  if not loaded[entry] then
     local source = debug.getinfo(1, "S").source
     local folder = source:match("^@(.*)/q9filters/[^/]*$") or "."
-    core = assert(package.loadlib(folder .. "/libQ9Db.so", "Q9Db_core"))()
+    loaded[entry] = assert(package.loadlib(folder .. "/libQ9Db.so", entry))()
   end
-  return core
+  return loaded[entry]
 end
+
+function C.core() return open("Q9Db_core") end
+
+-- The native import engine: DBC and LDF files read and built into nodes in
+-- the library itself (importDBC, importLDF, describeDBC, describeLDF,
+-- databaseIdDBC).
+function C.engine() return open("Q9Db_importEngine") end
 
 return C

@@ -11,8 +11,8 @@
 -- rest goes on), 2 error; second = for information, what the text names
 -- (0 the whole file, 1 an ECU, 2 a frame, 3 a signal), else 0.
 
-local dbcImport = require "q9filters.dbc_import"
 local dbcExport = require "q9filters.dbc_export"
+local engine = require("q9filters.common").engine
 
 local M = {
   name = "DBC",
@@ -20,9 +20,6 @@ local M = {
   exportFilter = "DBC files (*.dbc)|*.dbc",
   exportExtension = ".dbc",
 }
-
--- The core table of the library (importDBC).
-local Q9Db = require("q9filters.common").core
 
 local OPTION_KINDS = {prefix = "text", language = "integer", version = "text"}
 
@@ -74,25 +71,31 @@ function M.detect(path)
   return head:match("^%s*$") ~= nil and path:lower():sub(-4) == ".dbc"
 end
 
+local REPORT_WARNING = 1
+
 function M.databaseId(path)
-  return dbcImport.databaseId(Q9Db(), path)
+  return engine().databaseIdDBC(path)
 end
 
+-- The library reads the file and builds the nodes; a file it can't use
+-- raises its message (file, line, column) before anything is added.
 function M.import(db, node, path, options, report)
   local parsed = parseOptions(options, function(text)
-    if report then report(dbcImport.REPORT_WARNING, 0, text) end
+    if report then report(REPORT_WARNING, 0, text) end
   end)
-  return dbcImport.import(Q9Db(), db, node, path, parsed, report)
+  engine().importDBC(db, node, path, parsed.prefix, parsed.language or 0, report)
+  return 0
 end
 
 function M.info(db, path, report)
-  return dbcImport.info(Q9Db(), path, report)
+  engine().describeDBC(path, report)
+  return 0
 end
 
 -- The host passes no report function to an export; one given is used.
 function M.export(db, node, path, options, report)
   local function warn(text)
-    if report then report(dbcImport.REPORT_WARNING, 0, text) end
+    if report then report(REPORT_WARNING, 0, text) end
   end
   return dbcExport.export(db, node, path, parseOptions(options, warn), warn)
 end

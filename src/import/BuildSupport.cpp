@@ -56,6 +56,17 @@ const char16_t* NodeMaker::id(std::initializer_list<std::string_view> parts) {
   return idBuffer_.c_str();
 }
 
+const char16_t* NodeMaker::uniqueId(std::initializer_list<std::string_view> parts) {
+  id(parts);
+  if (!taken(idBuffer_.c_str())) return idBuffer_.c_str();
+  const std::size_t length = idBuffer_.size();
+  for (unsigned n = 2;; ++n) {
+    idBuffer_.resize(length);
+    platform::appendUtf8AsUtf16(idBuffer_, "#" + std::to_string(n));
+    if (!taken(idBuffer_.c_str())) return idBuffer_.c_str();
+  }
+}
+
 std::string NodeMaker::idUtf8(std::initializer_list<std::string_view> parts) const {
   std::string out = prefix_;
   for (std::string_view part : parts) {
@@ -70,8 +81,7 @@ bool NodeMaker::taken(const char16_t* id) const {
   return Q9Db_findByElementId(db_, id, &found) == S_OK;
 }
 
-void NodeMaker::check(HRESULT status, const char* what) const {
-  if (status == S_OK) return;
+void NodeMaker::fail(HRESULT status, const char* what) {
   char text[160];
   std::snprintf(text, sizeof text, "%s failed with status 0x%08X", what, unsigned(status));
   throw BuildFailure(text);

@@ -36,21 +36,27 @@ class NodeMaker {
   const char16_t* id(std::initializer_list<std::string_view> parts);
   // The same as UTF-8, for messages.
   std::string idUtf8(std::initializer_list<std::string_view> parts) const;
+  // As id, with "#2", "#3"... added while the database has the id already.
+  const char16_t* uniqueId(std::initializer_list<std::string_view> parts);
   // Whether the database already has this id (ids are checked only where a
   // file can repeat a name).
   bool taken(const char16_t* id) const;
 
   // Calls factory(db, args..., &out) and gives out; a failure throws with
   // the factory's name and status.
-  template <typename... Args, typename... Given>
-  Q9DbNode* make(const char* what, HRESULT (*factory)(Q9DbNode*, Args..., Q9DbNode**),
-                 Given... given) {
+  template <typename Factory, typename... Given>
+  Q9DbNode* make(const char* what, Factory factory, Given... given) {
     Q9DbNode* out = nullptr;
-    check(factory(db_, given..., &out), what);
+    const HRESULT status = factory(db_, given..., &out);
+    if (FAILED(status) || !out) fail(status, what);
     return out;
   }
 
-  void check(HRESULT status, const char* what) const;
+  // Anything but S_OK from a setter or list operation stops the import.
+  void check(HRESULT status, const char* what) const {
+    if (status != S_OK) fail(status, what);
+  }
+  [[noreturn]] static void fail(HRESULT status, const char* what);
 
   // Short name and description, each only when the text isn't empty.
   void name(Q9DbNode* node, std::string_view plain);

@@ -1,6 +1,25 @@
 #include "import/ImportReport.h"
 
+#include <cstdarg>
+#include <cstdio>
+
 namespace q9 {
+
+std::string formatText(const char* pattern, ...) {
+  char buffer[512];
+  va_list args;
+  va_start(args, pattern);
+  const int n = std::vsnprintf(buffer, sizeof buffer, pattern, args);
+  va_end(args);
+  if (n < 0) return {};
+  if (std::size_t(n) < sizeof buffer) return std::string(buffer, std::size_t(n));
+  std::string out(std::size_t(n) + 1, '\0');
+  va_start(args, pattern);
+  std::vsnprintf(out.data(), out.size(), pattern, args);
+  va_end(args);
+  out.resize(std::size_t(n));
+  return out;
+}
 
 std::string ImportReport::where(TextPosition at) const {
   if (at.line == 0) return path_ + ": ";

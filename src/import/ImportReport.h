@@ -33,6 +33,9 @@ struct TextPosition {
   uint32_t column = 0;
 };
 
+// printf into a std::string, for report texts.
+std::string formatText(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
+
 class ImportReport {
  public:
   explicit ImportReport(std::string path) : path_(std::move(path)) {}

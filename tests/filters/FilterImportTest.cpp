@@ -205,7 +205,7 @@ TEST_F(FilterImport, UnreadableFilesFailWithTheReasonAndKeepTheDatabase) {
   ASSERT_EQ(Q9Db_createCluster(db_, u"mine", Q9_CLUSTERTYPE_CAN, &mine), S_OK);
   const std::pair<const char*, const char*> cases[] = {
       {"absent.dbc", "absent.dbc"},
-      {"broken.dbc", "DBC-Import: (5, 24): ')' expected but found '['"},
+      {"unusable.dbc", "unusable.dbc:1:18: message size expected but found 'eight'"},
       {"misordered.ldf", "LDF-Import: (10, 1): 'Schedule_tables' expected but found 'Signal_groups'"},
   };
   for (const auto& [file, reason] : cases) {

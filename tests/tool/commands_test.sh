@@ -8,7 +8,7 @@ examples=$2/examples
 dbc=$examples/vehicle.dbc
 ldf=$examples/seats.ldf
 capture=$examples/vehicle.log
-broken=$2/tests/filters/data/broken.dbc
+unusable=$2/tests/filters/data/unusable.dbc
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 failures=0
@@ -77,9 +77,9 @@ while IFS='|' read -r name message args; do
   has err "$message"
 done <<TABLE
 unknown kind of file|junk.txt: import failed|decode $scratch/junk.txt --log /dev/null
-broken DBC|broken.dbc: import failed|decode $broken --log /dev/null
-broken DBC dumped|broken.dbc: import failed|dump $broken
-broken DBC simulated|broken.dbc: import failed|simulate $broken --duration 1
+unusable DBC|unusable.dbc:1:18: message size expected but found 'eight'|decode $unusable --log /dev/null
+unusable DBC dumped|unusable.dbc: import failed|dump $unusable
+unusable DBC simulated|unusable.dbc: import failed|simulate $unusable --duration 1
 missing capture|none.log: cannot open: No such file or directory|decode $dbc --log $scratch/none.log
 folder as capture|read error after line 0: Is a directory|decode $dbc --log $scratch
 no CAN channel to decode on|no CAN channel in $ldf|decode $ldf --log $capture

@@ -1,0 +1,132 @@
+// The native DBC import against canonical dumps of the databases it must
+// build (tests/import/golden): the repository's DBC files and generated ones,
+// alone, twice into one database, into an existing cluster and channel, and
+// with options. The dumps were first written by the scripts' own mapping, so
+// a difference is a change in what a file becomes.
+//
+// Q9DB_WRITE_GOLDEN=<folder of a filter package with libQ9Db.so> writes the
+// dumps anew, through Q9Db_importFile and that package.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "../bench/GeneratedDbc.h"
+#include "import/DatabaseDump.h"
+#include "import/ImportTestSupport.h"
+#include "import/NativeImport.h"
+#include "lua/ModuleFolder.h"
+
+namespace {
+
+std::string sourcePath(const std::string& relative) {
+  const char* root = std::getenv("Q9DB_SOURCE_DIR");
+  return std::string(root ? root : ".") + "/" + relative;
+}
+
+struct Import {
+  std::string file;     // relative to the source tree, or a generated file
+  const char* target;   // null: a new cluster; else the id of the node to import into
+  const char* options;  // the second text
+};
+
+struct Scenario {
+  const char* name;
+  std::vector<Import> imports;
+};
+
+// A generated file under a fixed name: the name is the cluster's.
+std::string generated(uint64_t seed, unsigned messages) {
+  q9bench::DbcShape shape;
+  shape.messages = messages;
+  shape.signalsPerMessage = 6;
+  const std::string path = ::testing::TempDir() + "q9db_generated_" + std::to_string(seed) + ".dbc";
+  std::ofstream(path, std::ios::binary) << q9bench::generateDbc(seed, shape);
+  return path;
+}
+
+const std::vector<Scenario>& scenarios() {
+  static const std::vector<Scenario> all = {
+      {"powertrain", {{sourcePath("tests/filters/data/powertrain.dbc"), nullptr, ""}}},
+      {"fd_chassis", {{sourcePath("tests/filters/data/fd_chassis.dbc"), nullptr, ""}}},
+      {"oddities", {{sourcePath("tests/filters/data/oddities.dbc"), nullptr, ""}}},
+      {"comfort_body", {{sourcePath("tests/import/data/comfort_body.dbc"), nullptr, ""}}},
+      {"vehicle", {{sourcePath("examples/vehicle.dbc"), nullptr, ""}}},
+      {"targets",
+       {{sourcePath("tests/filters/data/powertrain.dbc"), nullptr, ""},
+        {sourcePath("tests/filters/data/powertrain.dbc"), nullptr, ""},
+        {sourcePath("tests/filters/data/fd_chassis.dbc"), "Powertrain/channel", ""},
+        {sourcePath("tests/import/data/comfort_body.dbc"), "Powertrain/cluster", "prefix=Comfort;language=7"}}},
+      {"generated", {{generated(7, 12), nullptr, ""}, {generated(8, 12), nullptr, ""}}},
+  };
+  return all;
+}
+
+std::string goldenPath(const Scenario& s) { return sourcePath("tests/import/golden/dbc_") + s.name + ".dump"; }
+
+Q9DbNode* targetOf(Q9DbNode* db, const char* id) {
+  if (!id) return nullptr;
+  Q9DbNode* node = nullptr;
+  EXPECT_EQ(Q9Db_findByElementId(db, q9::platform::utf8ToUtf16(id).c_str(), &node), S_OK) << id;
+  return node;
+}
+
+// The options of the second text, as the filter script reads them.
+q9::ImportOptions optionsOf(const std::string& text) {
+  q9::ImportOptions options;
+  std::size_t start = 0;
+  while (start < text.size()) {
+    std::size_t end = text.find(';', start);
+    if (end == std::string::npos) end = text.size();
+    const std::string item = text.substr(start, end - start);
+    const std::size_t eq = item.find('=');
+    if (item.compare(0, eq, "prefix") == 0) options.prefix = item.substr(eq + 1);
+    if (item.compare(0, eq, "language") == 0) options.language = uint16_t(std::stoi(item.substr(eq + 1)));
+    start = end + 1;
+  }
+  return options;
+}
+
+std::string build(const Scenario& s, const std::function<void(Q9DbNode*, const Import&)>& importOne) {
+  Q9DbNode* db = nullptr;
+  EXPECT_EQ(Q9Db_create(u"test", &db), S_OK);
+  for (const Import& i : s.imports) importOne(db, i);
+  std::string dump = q9::testing::dumpDatabase(db);
+  Q9Db_destroy(db);
+  return dump;
+}
+
+TEST(DbcEngine, BuildsTheDatabasesOfTheGoldenDumps) {
+  if (const char* folder = std::getenv("Q9DB_WRITE_GOLDEN")) {
+    q9::lua::setModuleFolderForTesting(folder);
+    for (const Scenario& s : scenarios()) {
+      const std::string dump = build(s, [](Q9DbNode* db, const Import& i) {
+        const std::u16string options = q9::platform::utf8ToUtf16(i.options);
+        EXPECT_EQ(Q9Db_importFile(db, targetOf(db, i.target), q9::platform::utf8ToUtf16(i.file).c_str(),
+                                  options.c_str(), nullptr, nullptr),
+                  S_OK)
+            << i.file;
+      });
+      std::ofstream(goldenPath(s), std::ios::binary) << dump;
+    }
+    q9::lua::setModuleFolderForTesting(nullptr);
+    return;
+  }
+  for (const Scenario& s : scenarios()) {
+    const std::string dump = build(s, [](Q9DbNode* db, const Import& i) {
+      q9::ImportReport report(i.file);
+      EXPECT_TRUE(q9::importDbcFile(db, targetOf(db, i.target), i.file, optionsOf(i.options), report))
+          << report.error();
+    });
+    const std::string golden = q9::test::readFile(goldenPath(s));
+    ASSERT_FALSE(golden.empty()) << goldenPath(s);
+    if (dump != golden) std::ofstream(::testing::TempDir() + "dbc_" + s.name + ".dump", std::ios::binary) << dump;
+    EXPECT_TRUE(dump == golden) << s.name << ": the database differs from " << goldenPath(s) << "; it is written to "
+                                << ::testing::TempDir();
+  }
+}
+
+}  // namespace
