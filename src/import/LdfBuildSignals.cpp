@@ -81,6 +81,7 @@ double unsignedAsDouble(int64_t raw) {
 
 void addComputations(LdfBuild& b, HRESULT (*add)(Q9DbNode*, uint64_t, Q9DbNode* const*), Q9DbNode* coding,
                      const std::vector<Q9DbNode*>& list) {
+  if (list.empty()) return;  // a range of scale 0 has no inverse
   b.make.check(add(coding, list.size(), list.data()), "adding computations to a coding");
 }
 

@@ -70,7 +70,7 @@ void readEncodingTypes(LdfReader& r) {
     encoding.at = r.token().at;
     encoding.name = r.entryName("a signal encoding");
     r.label("signal encoding " + encoding.name);
-    r.block("a signal encoding", [&r, &encoding] { readValue(r, encoding); });
+    r.block("a signal encoding", [&r, &encoding] { readValue(r, encoding); }, LdfReader::Ends::Semicolon);
     r.file.encodingTypes.push_back(std::move(encoding));
   });
 }
@@ -90,7 +90,7 @@ void readRepresentations(LdfReader& r) {
     }
     r.endStatement("the signal list");
     r.file.representations.push_back(std::move(representation));
-  });
+  }, LdfReader::Ends::Semicolon);
 }
 
 }  // namespace q9

@@ -50,7 +50,7 @@ void readSignalEntries(LdfReader& r, const char* section, std::vector<LdfSignalE
     entry.offset = r.integer("the signal's offset");
     r.endStatement("the signal's offset");
     out.push_back(std::move(entry));
-  });
+  }, LdfReader::Ends::Semicolon);
 }
 
 void readSignals(LdfReader& r) {
@@ -68,7 +68,7 @@ void readSignals(LdfReader& r) {
     while (r.accept(',')) signal.subscribers.push_back(r.name("a subscriber"));
     r.endStatement(("signal " + signal.name).c_str());
     r.file.signals.push_back(std::move(signal));
-  });
+  }, LdfReader::Ends::Semicolon);
 }
 
 void readDiagnosticSignals(LdfReader& r) {
@@ -83,7 +83,7 @@ void readDiagnosticSignals(LdfReader& r) {
     readInitialValue(r, signal.initial);
     r.endStatement(("signal " + signal.name).c_str());
     r.file.diagnosticSignals.push_back(std::move(signal));
-  });
+  }, LdfReader::Ends::Semicolon);
 }
 
 void readFrames(LdfReader& r) {
@@ -114,7 +114,7 @@ void readSporadicFrames(LdfReader& r) {
     } while (r.accept(','));
     r.endStatement(("sporadic frame " + frame.name).c_str());
     r.file.sporadicFrames.push_back(std::move(frame));
-  });
+  }, LdfReader::Ends::Semicolon);
 }
 
 void readEventTriggeredFrames(LdfReader& r) {
@@ -133,7 +133,7 @@ void readEventTriggeredFrames(LdfReader& r) {
     readFrameNames(r, frame.frames);
     r.endStatement(("event-triggered frame " + frame.name).c_str());
     r.file.eventTriggeredFrames.push_back(std::move(frame));
-  });
+  }, LdfReader::Ends::Semicolon);
 }
 
 void readDiagnosticFrames(LdfReader& r) {

@@ -122,7 +122,7 @@ class NodeBlock {
       if (r_.accept('=')) frame.ident = r_.integer("the message id");
       r_.endStatement(("configurable frame " + frame.name).c_str());
       out_.configurableFrames.push_back(std::move(frame));
-    });
+    }, LdfReader::Ends::Semicolon);
   }
 
   LdfReader& r_;

@@ -64,7 +64,7 @@ void readNodes(LdfReader& r) {
     if (r.at(ldf::Master)) return readMaster(r);
     if (r.at(ldf::Slaves)) return readSlaves(r);
     r.skipUnknown("the item of Nodes", r.token().at, r.token().begin);
-  });
+  }, LdfReader::Ends::Semicolon);
 }
 
 void readDiagnosticAddresses(LdfReader& r) {
@@ -79,7 +79,7 @@ void readDiagnosticAddresses(LdfReader& r) {
     r.advance();
     r.accept(';');  // the format lets it out here
     r.file.diagnosticAddresses.push_back(std::move(entry));
-  });
+  }, LdfReader::Ends::Semicolon);
 }
 
 void readComposite(LdfReader& r) {

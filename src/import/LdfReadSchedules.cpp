@@ -96,7 +96,7 @@ void readScheduleTables(LdfReader& r) {
     table.at = r.token().at;
     table.name = r.entryName("a schedule table");
     r.label("schedule table " + table.name);
-    r.block("a schedule table", [&r, &table] { readSlot(r, table); });
+    r.block("a schedule table", [&r, &table] { readSlot(r, table); }, LdfReader::Ends::Semicolon);
     r.file.scheduleTables.push_back(std::move(table));
   });
 }

@@ -126,7 +126,7 @@ void LdfReader::skipStatement(int depth) {
     if (at('}')) {
       if (depth_ <= depth) return;  // it closes the block around the statement
       advance();
-      if (depth_ == depth) return;  // the end of a block entry
+      if (depth_ == depth && ends_ == Ends::SemicolonOrBlock) return;  // the end of a block entry
       continue;
     }
     if (at(';') && depth_ == depth) {

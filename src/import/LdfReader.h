@@ -53,12 +53,19 @@ class LdfReader {
   // new line or closes the block, it is supplied with a warning.
   void endStatement(const char* what);
 
+  // How the entries of a block end: some always with ';' (a signal, a
+  // schedule slot, even where braces stand inside), others with ';' or with
+  // the '}' of a block of their own (a frame).
+  enum class Ends { SemicolonOrBlock, Semicolon };
+
   // Reads entries until the '}' that closes the block (which stays current)
   // or the end of the text. A Slip inside an entry is warned as one problem
   // of `label()` and the entry passed over.
   template <typename Entry>
-  void entries(const char* section, Entry entry) {
+  void entries(const char* section, Entry entry, Ends ends = Ends::SemicolonOrBlock) {
     std::string outer = std::move(label_);
+    const Ends outerEnds = ends_;
+    ends_ = ends;
     while (!at('}') && !at(kTokenEnd)) {
       if (at(';')) {
         warn(token_.at, std::string("a ';' that ends no entry in ") + section + " is ignored");
@@ -74,14 +81,15 @@ class LdfReader {
       }
     }
     label_ = std::move(outer);
+    ends_ = outerEnds;
   }
 
   // '{', entries, '}' of a block; a block that the text's end leaves open
   // is closed with a warning.
   template <typename Entry>
-  void block(const char* section, Entry entry) {
+  void block(const char* section, Entry entry, Ends ends = Ends::SemicolonOrBlock) {
     expect('{');
-    entries(section, entry);
+    entries(section, entry, ends);
     close(section);
   }
   void close(const char* section);
@@ -110,6 +118,7 @@ class LdfReader {
   TextPosition previousEnd_;
   const char* previousEndText_ = nullptr;
   int depth_ = 0;  // braces opened and not yet closed
+  Ends ends_ = Ends::SemicolonOrBlock;  // of the entries being read
   std::string label_;
 };
 

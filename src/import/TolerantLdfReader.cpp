@@ -72,8 +72,6 @@ class FileReader {
     r_.advance();
     if (!r_.accept(';'))
       r_.warn(r_.token().at, "';' missing behind LIN_description_file; it is supplied");
-    firstAt_ = r_.token().at;
-    firstFound_ = LdfReader::quote(r_.token());
     while (!r_.at(kTokenEnd)) {
       if (r_.at('}')) {
         r_.warn(r_.token().at, "a '}' that closes nothing is ignored");
@@ -91,6 +89,10 @@ class FileReader {
     const TextPosition at = token.at;
     const char* start = token.begin;
     if (rankOf(kHeadItems, kHeadItemCount, token.code) >= 0) return headItem();
+    if (firstFound_.empty()) {
+      firstAt_ = at;
+      firstFound_ = LdfReader::quote(token);
+    }
     const int rank = sectionRank(token.code);
     if (rank >= 0) return section(rank);
     if (token.isWord() && r_.peek().code == '{') {
@@ -169,6 +171,10 @@ class FileReader {
     const TextPosition end = r_.token().at;
     if (!seen_[sectionRank(ldf::Nodes)] && !seen_[sectionRank(ldf::Signals)] &&
         !seen_[sectionRank(ldf::Frames)]) {
+      if (firstFound_.empty()) {
+        firstAt_ = end;
+        firstFound_ = LdfReader::quote(r_.token());
+      }
       report_.fail(firstAt_, "'Nodes' expected, found " + firstFound_ +
                                  "; the file describes no nodes, signals or frames");
       return false;
@@ -195,7 +201,7 @@ class FileReader {
   int highestRank_ = 0;
   int headRank_ = 0;
   int sectionsSeen_ = 0;
-  TextPosition firstAt_;  // of the first statement behind LIN_description_file
+  TextPosition firstAt_;  // of the first statement that isn't part of the head
   std::string firstFound_;
 };
 
