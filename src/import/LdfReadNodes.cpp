@@ -45,8 +45,9 @@ void readMaster(LdfReader& r) {
     r.file.master = std::move(master);
 }
 
-void readSlaves(LdfReader& r) {
+void readSlaves(LdfReader& r, bool again) {
   r.label("the Slaves line");
+  if (again) r.warn(r.token().at, "a second Slaves line; its nodes are added to the first one's");
   r.advance();
   r.expect(':');
   while (r.atWord()) {
@@ -60,9 +61,14 @@ void readSlaves(LdfReader& r) {
 }  // namespace
 
 void readNodes(LdfReader& r) {
-  r.block("Nodes", [&r] {
+  bool slaves = false;
+  r.block("Nodes", [&r, &slaves] {
     if (r.at(ldf::Master)) return readMaster(r);
-    if (r.at(ldf::Slaves)) return readSlaves(r);
+    if (r.at(ldf::Slaves)) {
+      readSlaves(r, slaves);
+      slaves = true;
+      return;
+    }
     r.skipUnknown("the item of Nodes", r.token().at, r.token().begin);
   }, LdfReader::Ends::Semicolon);
 }

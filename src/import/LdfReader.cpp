@@ -129,7 +129,10 @@ void LdfReader::skipStatement(int depth) {
       if (depth_ == depth && ends_ == Ends::SemicolonOrBlock) return;  // the end of a block entry
       continue;
     }
-    if (at(';') && depth_ == depth) {
+    // Braces inside an entry that ends with ';' hold no ';': one that stands
+    // there ends the entry, and a brace the entry left open counts as closed.
+    if (at(';') && (depth_ == depth || ends_ == Ends::Semicolon)) {
+      depth_ = depth;
       advance();
       return;
     }

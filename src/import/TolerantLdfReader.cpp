@@ -179,6 +179,8 @@ class FileReader {
                                  "; the file describes no nodes, signals or frames");
       return false;
     }
+    if (seen_[sectionRank(ldf::Nodes)] && !r_.file.master)
+      r_.warn(end, "the Nodes section names no master; the file is read without one");
     static const char* const kHeadWhat[] = {"protocol version", "language version", "speed", nullptr};
     for (int i = 0; i < kHeadItemCount; ++i)
       if (!headSeen_[i] && kHeadWhat[i])
