@@ -108,13 +108,14 @@ class FileReader {
     const TextPosition at = token.at;
     const int rank = rankOf(kHeadItems, kHeadItemCount, keyword);
     const char* word = ldf::keywordText(keyword);
-    if (sectionsSeen_ > 0)
+    if (headSeen_[rank])
+      r_.warn(at, std::string(word) + " is given twice; the later one counts");
+    else if (sectionsSeen_ > 0)
       r_.warn(at, std::string(word) + " stands behind the first section; it is read where it stands");
     else if (rank < headRank_)
       r_.warn(at, std::string(word) + " stands behind " + ldf::keywordText(kHeadItems[headRank_]) +
                       "; it is read where it stands");
     headRank_ = std::max(headRank_, rank);
-    if (headSeen_[rank]) r_.warn(at, std::string(word) + " is given twice; the later one counts");
     headSeen_[rank] = true;
     r_.label(word);
     r_.advance();
