@@ -36,11 +36,13 @@ class LdfReader {
   void expect(int code);  // the token must be code (a character or keyword)
   [[noreturn]] void slip(const std::string& expected) const;
 
-  // Each reads one value and the token behind it. A name may be a keyword
-  // where the place leaves no doubt (with a warning); numbers follow the
-  // format's rules, an integer written with a point is taken with a warning.
+  // Each reads one value and the token behind it. Numbers follow the
+  // format's rules; an integer written with a point is taken with a warning.
+  // A name is any word, keywords included, as the format has it for
+  // publishers, slaves and the like.
   std::string name(const char* what);
-  // The name that starts an entry: a keyword there is taken with a warning.
+  // The name that starts an entry, where the format wants a plain
+  // identifier: a keyword there is taken with a warning.
   std::string entryName(const char* what);
   int64_t integer(const char* what);
   double number(const char* what);
