@@ -219,6 +219,11 @@ void buildSporadic(LdfBuild& b, const LdfSporadicFrame& def) {
 }  // namespace
 
 void buildFrames(LdfBuild& b) {
+  const LdfFile& f = b.file;
+  const std::size_t count =
+      f.frames.size() + f.diagnosticFrames.size() + f.eventTriggeredFrames.size() + f.sporadicFrames.size();
+  b.frames.reserve(count);
+  b.frameNames.reserve(count);
   for (const LdfFrame& def : b.file.frames) buildSignalFrame(b, def, false);
   for (const LdfFrame& def : b.file.diagnosticFrames) buildSignalFrame(b, def, true);
   for (const LdfEventTriggeredFrame& def : b.file.eventTriggeredFrames) buildEventTriggered(b, def);

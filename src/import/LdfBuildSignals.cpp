@@ -158,6 +158,7 @@ void buildSignals(LdfBuild& b) {
     const auto found = reps.ofSignal.find(name);
     return found == reps.ofSignal.end() ? nullptr : found->second;
   };
+  b.signals.reserve(b.file.signals.size() + b.file.diagnosticSignals.size());
   for (const LdfSignal& def : b.file.signals) buildSignal(b, def, typeOf(def.name), false);
   for (const LdfSignal& def : b.file.diagnosticSignals) buildSignal(b, def, typeOf(def.name), true);
   for (const LdfName* signal : reps.order)
