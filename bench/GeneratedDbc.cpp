@@ -83,8 +83,11 @@ std::string generateDbc(uint64_t seed, const DbcShape& shape) {
 
   Trailer t;
   std::set<uint32_t> used;
+  unsigned standardIds = 0;
   for (unsigned m = 0; m < shape.messages; ++m) {
-    const bool extended = random.chance(20);
+    // Past 2,047 messages every further one needs an extended identifier.
+    const bool extended = random.chance(20) || standardIds == 0x7FF;
+    standardIds += extended ? 0 : 1;
     uint32_t identifier;
     do identifier = extended ? random.between(0x800, 0x1FFFFFFF) : random.between(1, 0x7FF);
     while (!used.insert(identifier).second);

@@ -53,7 +53,7 @@ class NodeMaker {
   }
 
   // Anything but S_OK from a setter or list operation stops the import.
-  void check(HRESULT status, const char* what) const {
+  static void check(HRESULT status, const char* what) {
     if (status != S_OK) fail(status, what);
   }
   [[noreturn]] static void fail(HRESULT status, const char* what);

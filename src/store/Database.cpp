@@ -7,6 +7,7 @@
 #include "store/Accelerators.h"
 #include "store/Allocator.h"
 #include "store/BlockDirectory.h"
+#include "store/Gathering.h"
 #include "store/NodeClasses.h"
 #include "store/StringStore.h"
 #include "store/WordText.h"
@@ -91,6 +92,7 @@ HRESULT makeCollectionGroup(Q9Db* db, DatabaseCollections* collections, const ch
 }
 
 void release(Q9Db* db) {
+  releaseGathering(db);
   releaseAccelerators(db);
   releaseDirectories(&db->directories);
   if (db->stringStore) destroyStringStore(db->stringStore);
@@ -143,6 +145,7 @@ HRESULT registerElementId(Q9Db* db, const char16_t* text, ObjectBase* node) {
   auto* collections = static_cast<DatabaseCollections*>(db->reference);
   if (!collections) return S_FALSE;
   if (!element->eid) return E_INVALIDARG;
+  if (db->gathering) return gatherId(db, element);
   return indexElement(collections, element);
 }
 
@@ -200,8 +203,16 @@ Q9DB_API HRESULT Q9Db_findByElementId(Q9DbNode* handle, const char16_t* id, Q9Db
   if (!db) return E_INVALIDARG;
   auto* collections = static_cast<DatabaseCollections*>(db->reference);
   if (!collections) return S_FALSE;
-  return Q9Db_findChildByElementId(reinterpret_cast<Q9DbNode*>(collections->identElements), id,
-                                   out);
+  const HRESULT hr =
+      Q9Db_findChildByElementId(reinterpret_cast<Q9DbNode*>(collections->identElements), id, out);
+  if (hr != S_FALSE || !db->gathering) return hr;
+  // An id entered while the database gathers waits beside the index.
+  const WordReadableCopy key(id);
+  if (!key.text()) return E_OUTOFMEMORY;
+  ElementId* holder = gatheredHolder(*db->gathering, key.text());
+  if (!holder) return S_FALSE;
+  *out = reinterpret_cast<Q9DbNode*>(holder);
+  return S_OK;
 }
 
 Q9DB_API HRESULT Q9Db_findChildByElementId(Q9DbNode* groupNode, const char16_t* id,

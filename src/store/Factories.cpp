@@ -3,6 +3,7 @@
 // it copies and the links it makes, given to the skeleton as two functions.
 #include "store/Accelerators.h"
 #include "store/Database.h"
+#include "store/Gathering.h"
 #include "store/MemberLists.h"
 #include "store/StringStore.h"
 
@@ -41,6 +42,7 @@ HRESULT joinCollection(Q9Db* db, ElementGroup* DatabaseCollections::*field, Elem
   if (!node.eid) return E_INVALIDARG;
   auto* collections = static_cast<DatabaseCollections*>(db->reference);
   if (!collections) return S_FALSE;
+  if (db->gathering) return gatherMember(*db->gathering, collections->*field, &node);
   return insertChildSorted(collections->*field, &node, &childLayout);
 }
 

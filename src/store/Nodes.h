@@ -19,6 +19,7 @@ struct MultiplexedPart;
 struct TriggeringIndex;
 struct AcceleratorRoom;
 struct BlockDirectories;
+struct Gathering;
 
 #define Q9_NODE_CLASS(Name, l1, l2, first, last) \
   static constexpr uint32_t kNodeType = makeNodeType(l1, l2, first, last); \
@@ -69,6 +70,9 @@ struct Q9Db : ElementReference {
   AcceleratorRoom* accelerators;
   // Directories over the blocks of long sorted lists; see BlockDirectory.h.
   BlockDirectories* directories;
+  // New ids, texts and collection members kept aside during a bulk import;
+  // see Gathering.h. Null otherwise.
+  Gathering* gathering;
 };
 
 struct ElementGroup : ElementReference {

@@ -123,6 +123,14 @@ void* appendRecord(const BlockLayout* layout, Allocator* alloc, PagedList* list)
   return b->items() + (b->count++) * layout->recordSize;
 }
 
+HRESULT appendBlock(const BlockLayout* layout, Allocator* alloc, PagedList* list) {
+  if (!list->head) return initList(layout, alloc, list);
+  Block* b = takeBlock(layout, alloc, false);
+  if (!b) return E_OUTOFMEMORY;
+  addTail(list, b);
+  return S_OK;
+}
+
 uint64_t listCount(const PagedList* list) {
   uint64_t n = 0;
   if (Block* b = list->head) {

@@ -57,6 +57,8 @@ HRESULT initPointerList(const BlockLayout* layout, Allocator* alloc, PagedList* 
 HRESULT initRecordList(const BlockLayout* layout, Allocator* alloc, PagedList* list);
 HRESULT appendPointer(const BlockLayout* layout, Allocator* alloc, PagedList* list, void* value);
 void* appendRecord(const BlockLayout* layout, Allocator* alloc, PagedList* list);
+// Links an empty block at the tail (a first one for an empty list).
+HRESULT appendBlock(const BlockLayout* layout, Allocator* alloc, PagedList* list);
 uint64_t listCount(const PagedList* list);
 HRESULT getAt(const PagedList* list, uint64_t position, void** out);
 HRESULT setAt(const BlockLayout* layout, Allocator* alloc, PagedList* list, uint64_t position,

@@ -7,6 +7,7 @@
 #include "platform/WideText.h"
 #include "store/Allocator.h"
 #include "store/BlockDirectory.h"
+#include "store/Gathering.h"
 #include "store/WordText.h"
 
 namespace q9 {
@@ -55,10 +56,41 @@ void destroyStringStore(StringStore* store) {
   platform::heapFree(store);
 }
 
+namespace {
+
+// While the database gathers, a new text waits beside the index.
+const char16_t* internGathered(StringStore* store, const WordReadableCopy& key) {
+  Gathering& g = *store->gathering;
+  std::size_t length = key.units();
+  while (length > 0 && key.text()[length - 1] == 0) --length;
+  const uint32_t hash = hashText(key.text(), length);
+  const int64_t entry = g.find(key.text(), length, hash);
+  if (entry >= 0) {
+    g.lastText = entry;
+    return g.texts[std::size_t(entry)].text;
+  }
+  BlockDirectory* directory = directoryFor(&store->directories, &store->textIndex);
+  prepareDirectory(directory, &store->textIndex, [](const void* stored) { return stored; }, compareStoredTexts);
+  Block* block = nullptr;
+  uint64_t index = 0, slot = 0;
+  if (searchSortedWith(directory, &store->textIndex, &block, &index, &slot, key.text(), compareStoredTexts) == S_OK)
+    return static_cast<const char16_t*>(block->pointers()[index]);
+  const std::size_t bytes = key.units() * sizeof(char16_t);
+  auto* copy = static_cast<char16_t*>(store->allocator->alloc(store->allocator, bytes));
+  if (!copy) return nullptr;
+  std::memcpy(copy, key.text(), bytes);
+  // A copy that can't wait for the index is still good; later searches miss it.
+  gatherText(g, copy, length, hash);
+  return copy;
+}
+
+}  // namespace
+
 const char16_t* internText(StringStore* store, const char16_t* text) {
   if (!text) return nullptr;
   const WordReadableCopy key(text);
   if (!key.text()) return nullptr;
+  if (store->gathering) return internGathered(store, key);
   BlockDirectory* directory = directoryFor(&store->directories, &store->textIndex);
   prepareDirectory(directory, &store->textIndex, [](const void* stored) { return stored; },
                    compareStoredTexts);

@@ -12,6 +12,7 @@ namespace q9 {
 
 struct Allocator;
 struct BlockDirectories;
+struct Gathering;
 
 constexpr uint32_t kStringStoreTag = fourCC("STRS");
 constexpr uint32_t kSlotTag = fourCC("SLOT");
@@ -33,6 +34,7 @@ struct StringStore {
   PagedList slots;
   LanguageCacheEntry lookupCache[2];
   BlockDirectories* directories;  // the text index's, once it is long
+  Gathering* gathering;           // the database's, while it gathers
 };
 
 struct StringSlot {
