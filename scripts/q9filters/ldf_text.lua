@@ -1,4 +1,4 @@
--- Small helpers shared by the LDF modules: texts, numbers and the reader.
+-- Small helpers of the LDF module: texts and the options of the second text.
 --
 -- The LDF reader hands texts over as the file's bytes. Most files are ASCII
 -- or UTF-8, but unit texts such as a degree sign are often written by
@@ -14,31 +14,6 @@ function T.utf8(text)
     local b = c:byte()
     return utf8.char(cp1252[b] or b)
   end))
-end
-
--- The reader gives every number as a float; ids, sizes and offsets are
--- integers in the file, so they are made integers again here.
-function T.int(value)
-  return value and math.tointeger(value) or nil
-end
-
-function T.hex(value)
-  return string.format("0x%02X", math.tointeger(value) or 0)
-end
-
--- A millisecond value of the file as whole microseconds, for param fields.
-function T.microseconds(ms)
-  return math.floor(ms * 1000 + 0.5)
-end
-
--- Numbers as the file would write them: 5 rather than 5.0.
-function T.number(value)
-  local i = math.tointeger(value)
-  return i and tostring(i) or tostring(value)
-end
-
-function T.baseName(path)
-  return ((path:match("([^/\\]+)$") or path):gsub("%.[^.]*$", ""))
 end
 
 -- Options of the second text: "key=value" pairs separated by ";", the same
@@ -58,27 +33,6 @@ function T.options(textValue, complain)
     end
   end
   return options
-end
-
--- The core table of the library (importLDF, constants).
-T.core = require("q9filters.common").core
-
--- Reads a file into the reader's tree, or raises an error naming the file
--- and carrying the reader's message (which has line and column).
-function T.read(path)
-  local tree, message = T.core().importLDF(path)
-  if not tree then
-    if type(message) == "number" then message = "the file can't be opened" end
-    error(string.format("%s: %s", path, message), 0)
-  end
-  return tree
-end
-
--- The sections of a tree by tag; each appears at most once.
-function T.sections(tree)
-  local by = {}
-  for _, section in ipairs(tree) do by[section.tag] = section end
-  return by
 end
 
 return T

@@ -111,21 +111,6 @@ int databaseIdDBC(lua_State* L) {
   return 1;
 }
 
-}  // namespace
-
-// Stand-ins until the LDF engine is linked in.
-__attribute__((weak)) bool importLdfFile(Q9DbNode*, Q9DbNode*, const std::string&, const ImportOptions&,
-                                         ImportReport& report) {
-  report.fail({}, "LDF files are not read by this build");
-  return false;
-}
-__attribute__((weak)) bool describeLdfFile(const std::string&, ImportReport& report) {
-  report.fail({}, "LDF files are not read by this build");
-  return false;
-}
-
-namespace {
-
 const luaL_Reg kEngineFunctions[] = {
     {"importDBC", importWith<importDbcFile>},   {"importLDF", importWith<importLdfFile>},
     {"describeDBC", describeWith<describeDbcFile>}, {"describeLDF", describeWith<describeLdfFile>},

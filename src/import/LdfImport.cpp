@@ -5,6 +5,7 @@
 #include "import/LdfBuild.h"
 #include "import/NativeImport.h"
 #include "import/TolerantLdfReader.h"
+#include "store/Gathering.h"
 #include "store/NodeClasses.h"
 
 namespace q9 {
@@ -57,7 +58,10 @@ bool importLdfFile(Q9DbNode* db, Q9DbNode* node, const std::string& pathUtf8, co
     }
     const std::string name = importName(file, pathUtf8, options);
     LdfBuild b(db, file, freePrefix(db, name, true), name, options.language, report);
+    // New ids and texts are merged into the database's indexes in one pass.
+    GatheringScope gathering(db);
     build(b, node);
+    NodeMaker::check(gathering.finish(), "entering the ids");
     std::size_t frames = 0;
     for (const auto& entry : b.frames) frames += entry.second.sporadic ? 0 : 1;
     report.info(kSubjectFile, baseName(pathUtf8) + ": " + std::to_string(b.ecuOrder.size()) + " ECUs, " +

@@ -185,13 +185,14 @@ T.case("a node argument of another class is refused before anything is made", fu
   T.same(count(other:enumIdentElements()), before)
 end)
 
-T.case("a file the reader refuses fails with its message and adds nothing", function()
+T.case("a file of which nothing can be used fails with its message and adds nothing", function()
   local target = assert(Q9Db.createDb("keep"))
   assert(target:createCluster("mine", Q9Db.Q9_CLUSTERTYPE_CAN))
   local before = count(target:enumIdentElements())
-  local ok, message = pcall(Q9Db.doimport, target, nil, data .. "misordered.ldf", "", nil)
+  local unusable = data .. "../../import/data/tolerant/nothing_usable.ldf"
+  local ok, message = pcall(Q9Db.doimport, target, nil, unusable, "", nil)
   T.same(ok, false)
-  T.truthy(message:find("LDF-Import: (10, 1): 'Schedule_tables' expected but found 'Signal_groups'", 1, true), message)
+  T.truthy(message:find("nothing_usable.ldf:3:1: 'Nodes' expected, found 'Calibration'", 1, true), message)
   T.same(count(target:enumIdentElements()), before)
 end)
 
