@@ -9,6 +9,7 @@
 #include "import/DbcNodeBuilder.h"
 #include "import/NativeImport.h"
 #include "import/SourceText.h"
+#include "store/Gathering.h"
 
 namespace q9 {
 namespace {
@@ -42,20 +43,28 @@ bool readNetwork(const std::string& path, DbcModel& model, DbcNetwork& network, 
 
 bool importDbcFile(Q9DbNode* db, Q9DbNode* node, const std::string& path, const ImportOptions& options,
                    ImportReport& report) {
-  DbcModel model;
-  DbcNetwork network;
-  if (!readNetwork(path, model, network, report)) return false;
-  const std::string plainName = network.dbName.value_or(baseName(path));
   DbcBuildCounts counts;
+  std::size_t ecus = 0;
+  // New ids and texts are merged into the database's indexes in one pass,
+  // once the file's model is gone, so that the two don't take memory at once.
+  GatheringScope gathering(db);
   try {
-    buildDbcNodes(db, node, network, plainName, options, report, counts);
+    DbcModel model;
+    DbcNetwork network;
+    if (!readNetwork(path, model, network, report)) return false;
+    ecus = network.ecus.size();
+    buildDbcNodes(db, node, network, network.dbName.value_or(baseName(path)), options, report, counts);
   } catch (const BuildFailure& failure) {
     report.fail({}, failure.what());
     return false;
   }
+  if (gathering.finish() != S_OK) {
+    report.fail({}, "entering the ids failed: not enough memory");
+    return false;
+  }
   char summary[96];
-  std::snprintf(summary, sizeof summary, ": %zu ECUs, %zu frames, %zu signals imported under the id prefix ",
-                network.ecus.size(), counts.frames, counts.signals);
+  std::snprintf(summary, sizeof summary, ": %zu ECUs, %zu frames, %zu signals imported under the id prefix ", ecus,
+                counts.frames, counts.signals);
   report.info(kSubjectFile, baseName(path) + summary + counts.prefix);
   return true;
 }

@@ -12,7 +12,6 @@
 #include "import/BuildSupport.h"
 #include "import/DbcPduPlan.h"
 #include "platform/WideText.h"
-#include "store/Gathering.h"
 #include "store/NodeClasses.h"
 #include "store/Nodes.h"
 
@@ -362,10 +361,7 @@ class DbcBuilder {
 void buildDbcNodes(Q9DbNode* db, Q9DbNode* node, const DbcNetwork& network, const std::string& plainName,
                    const ImportOptions& options, ImportReport& report, DbcBuildCounts& counts) {
   counts.prefix = freePrefix(db, options.prefix.value_or(plainName), false);
-  // New ids and texts are merged into the database's indexes in one pass.
-  GatheringScope gathering(db);
   DbcBuilder(db, network, counts.prefix, options.language, report).build(node, plainName, counts);
-  NodeMaker::check(gathering.finish(), "entering the ids");
 }
 
 }  // namespace q9
