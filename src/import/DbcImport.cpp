@@ -7,6 +7,7 @@
 #include "import/DbcModel.h"
 #include "import/DbcNetwork.h"
 #include "import/DbcNodeBuilder.h"
+#include "import/DbcPduPlan.h"
 #include "import/NativeImport.h"
 #include "import/SourceText.h"
 #include "store/Gathering.h"
@@ -86,6 +87,7 @@ bool describeDbcFile(const std::string& path, ImportReport& report) {
       report.info(kSubjectSignal, message.plainName + "." + signal.plainName);
       ++signals;
     }
+    planDbcMessage(message, int32_t(message.length * 8), report);  // for what it reports
   }
   std::snprintf(line, sizeof line, ": %zu ECUs, %zu frames, %zu signals", network.ecus.size(), frames, signals);
   report.info(kSubjectFile, network.dbName.value_or(baseName(path)) + line);

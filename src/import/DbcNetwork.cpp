@@ -1,6 +1,9 @@
 #include "import/DbcNetwork.h"
 
+#include <algorithm>
 #include <cinttypes>
+#include <cmath>
+#include <limits>
 #include <cstdarg>
 #include <cmath>
 #include <cstdio>
@@ -334,6 +337,10 @@ class Resolver {
       signal.plainName = signalLong.isText() && !signalLong.text.empty() ? signalLong.text : s.name;
       const AttributeValue start = attribute(own, "GenSigStartValue");
       if (start.isNumber()) signal.startValue = start.number();
+      if (s.scale == 0)
+        report_.warn(s.at, formatText("signal %s of message %s has the factor 0: values can be decoded, not encoded",
+                                      s.name.c_str(), name));
+      if (signal.valueTexts) resolveValueTexts(message, signal);
       kept.push_back(std::move(signal));
     }
     message.signals = std::move(kept);
@@ -342,6 +349,42 @@ class Resolver {
       selectBySwitchValues(message);
     else
       selectByRanges(message, index.multiplexRanges);
+  }
+
+  // Value texts by raw value: keys as written, the last text of a repeated
+  // key, ascending; each key made raw by the signal's sign (a negative key
+  // is the raw value's two's complement, a signed signal's key may be
+  // written as its bit pattern).
+  void resolveValueTexts(const DbcNetworkMessage& message, DbcNetworkSignal& signal) {
+    std::vector<std::pair<double, const DbcValueText*>> keys;
+    keys.reserve(signal.valueTexts->values.size());
+    for (const DbcValueText& value : signal.valueTexts->values) {
+      const double key = value.negative ? -double(value.magnitude) : double(value.magnitude);
+      const auto same = std::find_if(keys.begin(), keys.end(), [&](const auto& k) { return k.first == key; });
+      if (same != keys.end())
+        same->second = &value;
+      else
+        keys.emplace_back(key, &value);
+    }
+    std::stable_sort(keys.begin(), keys.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    const auto [low, high] = rawRangeOf(signal);
+    const bool integer = signal.valueType == DbcValueType::Integer;
+    const int bits = int(signal.source->bitLength);
+    for (const auto& [key, value] : keys) {
+      double raw = key;
+      if (integer && signal.source->isSigned && key >= std::ldexp(1.0, bits - 1)) raw = key - std::ldexp(1.0, bits);
+      if (integer && value->negative) {
+        if (!signal.source->isSigned) raw = key + std::ldexp(1.0, bits);
+        report_.warn(value->at, formatText("value description key %.0f of signal %s in message %s is negative; it is taken as the raw value %.0f",
+                                           key, signal.name().c_str(), message.name().c_str(), raw));
+      }
+      if (raw < low || raw > high) {
+        report_.warn(value->at, formatText("value description %.0f of signal %s in message %s lies outside the signal's raw values; it is not imported",
+                                           key, signal.name().c_str(), message.name().c_str()));
+        continue;
+      }
+      signal.rawValueTexts.emplace_back(raw, &value->text);
+    }
   }
 
   // "M" marks the switch and "m<n>" the signals its value n selects. One
@@ -464,6 +507,14 @@ class Resolver {
 };
 
 }  // namespace
+
+std::pair<double, double> rawRangeOf(const DbcNetworkSignal& signal) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  if (signal.valueType != DbcValueType::Integer) return {-kInfinity, kInfinity};
+  const uint32_t bits = signal.source->bitLength;
+  if (signal.source->isSigned) return {-std::ldexp(1.0, int(bits) - 1), std::ldexp(1.0, int(bits) - 1) - 1};
+  return {0.0, std::ldexp(1.0, int(bits)) - 1};
+}
 
 void resolveDbcNetwork(const DbcModel& model, DbcNetwork& network, ImportReport& report) {
   Resolver(model, network, report).run();

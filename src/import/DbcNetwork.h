@@ -24,8 +24,11 @@ struct DbcNetworkSignal {
   DbcValueType valueType = DbcValueType::Integer;
   std::optional<double> startValue;  // GenSigStartValue, raw
   std::string comment;
-  // The signal's VAL_ statement (the last one given), or null.
+  // The signal's VAL_ statement (the last one given), or null, and its texts
+  // by raw value, ascending: a key's sign read by the signal's, keys outside
+  // the raw values left out (both reported).
   const DbcValueDescriptions* valueTexts = nullptr;
+  std::vector<std::pair<double, const std::string*>> rawValueTexts;
   // The multiplexing role as the message uses it: a switch selects the
   // signals that name it, by the values of their ranges ("m3" is the range
   // 3..3 of the message's switch; SG_MUL_VAL_ gives any switch and ranges).
@@ -63,6 +66,9 @@ struct DbcNetwork {
   std::optional<std::string> dbName;
   std::string comment;  // on the whole network
 };
+
+// The limits of the value a signal's coding hands to its computations.
+std::pair<double, double> rawRangeOf(const DbcNetworkSignal& signal);
 
 // Resolves model (which must outlive the network); what can't be mapped goes
 // to report as warnings and is left out.

@@ -27,14 +27,6 @@ std::string wholeNumber(double value) { return formatText("%.0f", value); }
 
 bool isInteger(double x) { return x == std::floor(x) && x > -9223372036854775808.0 && x < 9223372036854775808.0; }
 
-// Limits of the value that the coding hands to the computations.
-std::pair<double, double> rawRange(const DbcNetworkSignal& signal) {
-  if (signal.valueType != DbcValueType::Integer) return {-kInfinity, kInfinity};
-  const uint32_t bits = signal.source->bitLength;
-  if (signal.source->isSigned) return {-std::ldexp(1.0, int(bits) - 1), std::ldexp(1.0, int(bits) - 1) - 1};
-  return {0.0, std::ldexp(1.0, int(bits)) - 1};
-}
-
 class DbcBuilder {
  public:
   DbcBuilder(Q9DbNode* db, const DbcNetwork& network, const std::string& prefix, uint16_t language,
@@ -124,48 +116,19 @@ class DbcBuilder {
     make_.check(Q9Db_addRange(computation, low, high, flags), "adding a range");
   }
 
-  // Value texts by raw value: keys as written, the last text of a repeated
-  // key, ascending; each key made raw by the signal's sign.
+  // One text computation per value text, on the closed range of its raw value.
   void valueTexts(const DbcNetworkSignal& signal, std::vector<Q9DbNode*>& toPhysical) {
     const DbcNetworkMessage& message = *current_;
-    const DbcValueDescriptions& v = *signal.valueTexts;
-    std::vector<std::pair<double, const DbcValueText*>> keys;
-    keys.reserve(v.values.size());
-    for (const DbcValueText& value : v.values) {
-      const double key = value.negative ? -double(value.magnitude) : double(value.magnitude);
-      const auto same = std::find_if(keys.begin(), keys.end(), [&](const auto& k) { return k.first == key; });
-      if (same != keys.end())
-        same->second = &value;
-      else
-        keys.emplace_back(key, &value);
-    }
-    std::stable_sort(keys.begin(), keys.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-    const auto [low, high] = rawRange(signal);
-    const bool integer = signal.valueType == DbcValueType::Integer;
-    const uint32_t bits = signal.source->bitLength;
     std::unordered_set<double> rawSeen;
-    for (const auto& [key, value] : keys) {
-      double raw = key;
-      if (integer && signal.source->isSigned && key >= std::ldexp(1.0, int(bits) - 1)) raw = key - std::ldexp(1.0, int(bits));
-      if (integer && value->negative) {
-        if (!signal.source->isSigned) raw = key + std::ldexp(1.0, int(bits));
-        report_.warn(value->at, formatText("value description key %s of signal %s in message %s is negative; it is taken as the raw value %s",
-                                       wholeNumber(key).c_str(), signal.name().c_str(), message.name().c_str(),
-                                       wholeNumber(raw).c_str()));
-      }
-      if (raw < low || raw > high) {
-        report_.warn(value->at, formatText("value description %s of signal %s in message %s lies outside the signal's raw values; it is not imported",
-                                       wholeNumber(key).c_str(), signal.name().c_str(), message.name().c_str()));
-        continue;
-      }
-      Q9DbStringSlot* slot = make_.slot(value->text);
+    for (const auto& [raw, text] : signal.rawValueTexts) {
+      Q9DbStringSlot* slot = make_.slot(*text);
       const std::string rawText = wholeNumber(raw);
       const bool again = !rawSeen.insert(raw).second;
       const std::initializer_list<std::string_view> parts = {"compu", message.name(), signal.name(), "text", rawText};
-      Q9DbNode* text = make_.make("createMappedTextComputation", Q9Db_createMappedTextComputation,
-                                  repeated_ || again ? make_.uniqueId(parts) : make_.id(parts), slot);
-      range(text, raw, raw, kRangeClosed);
-      toPhysical.push_back(text);
+      Q9DbNode* computation = make_.make("createMappedTextComputation", Q9Db_createMappedTextComputation,
+                                         repeated_ || again ? make_.uniqueId(parts) : make_.id(parts), slot);
+      range(computation, raw, raw, kRangeClosed);
+      toPhysical.push_back(computation);
     }
   }
 
@@ -182,7 +145,7 @@ class DbcBuilder {
                                 encoding, unitSpec);
     make_.name(node, signal.plainName);
 
-    const auto [low, high] = rawRange(signal);
+    const auto [low, high] = rawRangeOf(signal);
     std::vector<Q9DbNode*> toPhysical;
     // Texts first: they leave the raw value as it is for the scaling after them.
     if (signal.valueTexts) valueTexts(signal, toPhysical);
@@ -216,12 +179,8 @@ class DbcBuilder {
     const DbcSignal& s = *signal.source;
     const std::string& m = current_->name();
     const double scale = s.scale, offset = s.offset;
-    if (scale == 0) {
-      report_.warn(s.at, formatText("signal %s of message %s has the factor 0: values can be decoded, not encoded",
-                                s.name.c_str(), m.c_str()));
-      return;
-    }
-    const auto [low, high] = rawRange(signal);
+    if (scale == 0) return;  // decoded, never encoded: reported with the signal
+    const auto [low, high] = rawRangeOf(signal);
     const auto add = [&](const char* which, double rawLow, double rawHigh, bool lowClosed, bool highClosed,
                          double bias) {
       Q9DbNode* compu = linear({"compu", m, s.name, which}, 1 / scale, -offset / scale + bias);
@@ -300,12 +259,7 @@ class DbcBuilder {
     Q9DbNode* mpdu = make_.make("createMultiplexedPDU", Q9Db_createMultiplexedPDU, pduId, plan.bits, sw.byteOrder,
                                 sw.position, sw.length, 0u, parent);
     make_.name(mpdu, current_->plainName);
-    const DbcNetworkSignal& switchSignal = current_->signals[sw.signal];
     for (const PlannedPart& p : plan.parts) {
-      if (!p.isStatic && sw.length < 64 && p.code >= (uint64_t(1) << sw.length))
-        report_.warn(switchSignal.source->at,
-                     formatText("signals of message %s with switch value %" PRIu32 " can never be selected by the %" PRId32 "-bit switch %s",
-                                m.c_str(), p.code, sw.length, switchSignal.name().c_str()));
       Q9DbNode* partNode = make_.make("createMultiplexedPart", Q9Db_createMultiplexedPart,
                                       id({"part", m, p.pdu->label}), p.isStatic ? kStaticPartCode : p.code, mpdu);
       for (const PlannedField& segment : p.segments)

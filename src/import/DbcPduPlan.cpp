@@ -136,6 +136,10 @@ class Planner {
                               message_.signals[switchSignal].name().c_str(), top));
           high = top;
         }
+        if (low == high && low > top)
+          report_.warn(message_.signals[c].source->at,
+                       formatText("signals of message %s with switch value %" PRIu64 " can never be selected by the %" PRId32 "-bit switch %s",
+                                  message_.name().c_str(), low, bits, message_.signals[switchSignal].name().c_str()));
         for (uint64_t v = low; v <= high && !cut; ++v) {
           values.push_back(v);
           if (values.size() > 4 * kMaxValuesPerSwitch) {
