@@ -13,22 +13,6 @@ namespace {
 
 bool isBlank(char c) { return (c >= 8 && c <= 13) || c == ' '; }
 
-// Integer texts read as a C library with a 32-bit long reads them: what
-// doesn't fit saturates, as the strict scanner does.
-uint32_t toUnsigned32(const char* text, int base) {
-  errno = 0;
-  const unsigned long long value = std::strtoull(text, nullptr, base);
-  return errno == ERANGE || value > 0xFFFFFFFFull ? 0xFFFFFFFFu : uint32_t(value);
-}
-
-int32_t toSigned32(const char* text, int base) {
-  errno = 0;
-  const long long value = std::strtoll(text, nullptr, base);
-  if (value < INT32_MIN) return INT32_MIN;
-  if (value > INT32_MAX) return INT32_MAX;
-  return int32_t(value);
-}
-
 char unescape(char c) {
   switch (c) {
     case 'n': return '\n';

@@ -7,10 +7,7 @@
 #include "platform/CNumbers.h"
 
 namespace q9 {
-namespace {
 
-// Integer texts are read as a C library with a 32-bit long reads them: what
-// doesn't fit saturates.
 uint32_t toUnsigned32(const char* text, int base) {
   errno = 0;
   const unsigned long long value = std::strtoull(text, nullptr, base);
@@ -24,8 +21,6 @@ int32_t toSigned32(const char* text, int base) {
   if (value > INT32_MAX) return INT32_MAX;
   return int32_t(value);
 }
-
-}  // namespace
 
 bool initScannerCore(ScannerCore& core, platform::LexerInput* input) {
   core = ScannerCore{};

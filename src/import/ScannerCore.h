@@ -76,6 +76,11 @@ inline bool hasCharClass(int c, uint8_t bits) { return c >= 0 && (kCharClass[c] 
 
 int foldLineEnd(ScannerCore& core, int first);
 
+// Integer texts read as a C library with a 32-bit long reads them: what
+// doesn't fit saturates.
+uint32_t toUnsigned32(const char* text, int base);
+int32_t toSigned32(const char* text, int base);
+
 // One character with CR, LF, CR LF and LF CR each folded into one LF that
 // counts a line; any other character, and the end of the file, counts a column.
 inline int readChar(ScannerCore& core) {

@@ -22,10 +22,9 @@
 
 namespace {
 
-std::string sourcePath(const std::string& relative) {
-  const char* root = std::getenv("Q9DB_SOURCE_DIR");
-  return std::string(root ? root : ".") + "/" + relative;
-}
+using q9::test::sourcePath;
+using q9::test::optionsOf;
+using q9::test::targetOf;
 
 struct Import {
   std::string file;     // relative to the source tree, or a generated file
@@ -66,29 +65,6 @@ const std::vector<Scenario>& scenarios() {
 }
 
 std::string goldenPath(const Scenario& s) { return sourcePath("tests/import/golden/dbc_") + s.name + ".dump"; }
-
-Q9DbNode* targetOf(Q9DbNode* db, const char* id) {
-  if (!id) return nullptr;
-  Q9DbNode* node = nullptr;
-  EXPECT_EQ(Q9Db_findByElementId(db, q9::platform::utf8ToUtf16(id).c_str(), &node), S_OK) << id;
-  return node;
-}
-
-// The options of the second text, as the filter script reads them.
-q9::ImportOptions optionsOf(const std::string& text) {
-  q9::ImportOptions options;
-  std::size_t start = 0;
-  while (start < text.size()) {
-    std::size_t end = text.find(';', start);
-    if (end == std::string::npos) end = text.size();
-    const std::string item = text.substr(start, end - start);
-    const std::size_t eq = item.find('=');
-    if (item.compare(0, eq, "prefix") == 0) options.prefix = item.substr(eq + 1);
-    if (item.compare(0, eq, "language") == 0) options.language = uint16_t(std::stoi(item.substr(eq + 1)));
-    start = end + 1;
-  }
-  return options;
-}
 
 std::string build(const Scenario& s, const std::function<void(Q9DbNode*, const Import&)>& importOne) {
   Q9DbNode* db = nullptr;

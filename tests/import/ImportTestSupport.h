@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "Q9Db.h"
+#include "import/NativeImport.h"
 #include "platform/WideText.h"
 
 namespace q9::test {
@@ -40,6 +41,38 @@ class ScratchFile {
  private:
   std::string path_;
 };
+
+// A path in the source tree (Q9DB_SOURCE_DIR, set by the test runner).
+inline std::string sourcePath(const std::string& relative) {
+  const char* root = std::getenv("Q9DB_SOURCE_DIR");
+  return std::string(root ? root : ".") + "/" + relative;
+}
+
+// The node of an id, for imports into an existing cluster or channel; null
+// for no id.
+inline Q9DbNode* targetOf(Q9DbNode* db, const char* id) {
+  if (!id) return nullptr;
+  Q9DbNode* node = nullptr;
+  EXPECT_EQ(Q9Db_findByElementId(db, platform::utf8ToUtf16(id).c_str(), &node), S_OK) << id;
+  return node;
+}
+
+// The options of a second text ("prefix=...;language=..."), as the filter
+// scripts read them, for calls of the engine itself.
+inline ImportOptions optionsOf(const std::string& text) {
+  ImportOptions options;
+  std::size_t start = 0;
+  while (start < text.size()) {
+    std::size_t end = text.find(';', start);
+    if (end == std::string::npos) end = text.size();
+    const std::string item = text.substr(start, end - start);
+    const std::size_t eq = item.find('=');
+    if (item.compare(0, eq, "prefix") == 0) options.prefix = item.substr(eq + 1);
+    if (item.compare(0, eq, "language") == 0) options.language = uint16_t(std::stoi(item.substr(eq + 1)));
+    start = end + 1;
+  }
+  return options;
+}
 
 inline std::string dataFilePath(const std::string& name) {
   std::string here = __FILE__;
