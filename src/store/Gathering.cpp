@@ -1,6 +1,7 @@
 #include "store/Gathering.h"
 
 #include <algorithm>
+#include <iterator>
 #include <cstring>
 #include <new>
 
@@ -150,36 +151,40 @@ bool textLess(const void* a, const void* b) {
 bool idLess(const void* a, const void* b) { return compareStoredTexts(elementIdOf(a), elementIdOf(b)) < 0; }
 bool idSame(const void* a, const void* b) { return compareStoredTexts(elementIdOf(a), elementIdOf(b)) == 0; }
 
+// Items whose ids are older texts, in id order (the first of equal ids
+// kept), merged into items already in id order.
+void mergeOlder(std::vector<void*>& items, std::vector<void*>& older) {
+  if (older.empty()) return;
+  std::stable_sort(older.begin(), older.end(), idLess);
+  older.erase(std::unique(older.begin(), older.end(), idSame), older.end());
+  std::vector<void*> merged;
+  merged.reserve(items.size() + older.size());
+  std::merge(items.begin(), items.end(), older.begin(), older.end(), std::back_inserter(merged), idLess);
+  items.swap(merged);
+}
+
 HRESULT mergeGathered(Q9Db* db, Gathering& g) {
   StringStore* store = db->stringStore;
-  // The texts in order, once; ids and members then sort by their text's rank.
+  // The texts are sorted once; ids and members follow their texts' order.
   std::vector<SortItem> order(g.texts.size());
   for (uint32_t k = 0; k < order.size(); ++k) order[k] = {g.texts[k].text, k};
   sortTexts(order.data(), order.size(), 0);
-  std::vector<uint32_t> rank(g.texts.size());
   std::vector<void*> items;
   items.reserve(order.size());
-  for (uint32_t k = 0; k < order.size(); ++k) {
-    rank[order[k].entry] = k;
-    items.push_back(const_cast<char16_t*>(order[k].text));
-  }
+  for (const SortItem& item : order) items.push_back(const_cast<char16_t*>(item.text));
   HRESULT result = mergeIntoList(&store->textLayout, store->allocator, &store->textIndex, items, textLess,
                                  [](const void*, const void*) { return false; }, nullptr);
   forgetDirectory(store->directories, &store->textIndex);
 
-  // An id's or member's place: its text's rank, or for an older text the
-  // text itself.
-  const auto less = [&](int64_t ta, const ElementId* a, int64_t tb, const ElementId* b) {
-    if (ta >= 0 && tb >= 0) return rank[std::size_t(ta)] < rank[std::size_t(tb)];
-    return compareStoredTexts(a->eid, b->eid) < 0;
-  };
   auto* collections = static_cast<DatabaseCollections*>(db->reference);
   if (collections) {
-    std::vector<std::pair<int64_t, ElementId*>>& ids = g.ids;
-    std::sort(ids.begin(), ids.end(),
-              [&](const auto& a, const auto& b) { return less(a.first, a.second, b.first, b.second); });
     items.clear();
-    for (const auto& id : ids) items.push_back(id.second);
+    for (const SortItem& item : order)
+      if (ElementId* holder = g.texts[item.entry].holder) items.push_back(holder);
+    std::vector<void*> older;
+    for (const auto& [entry, element] : g.ids)
+      if (entry < 0) older.push_back(element);
+    mergeOlder(items, older);
     PagedList* index = &collections->identElements->children;
     const HRESULT hr = mergeIntoList(&indexLayout, db->allocator, index, items, idLess, idSame, nullptr);
     if (hr != S_OK) result = hr;
@@ -187,24 +192,39 @@ HRESULT mergeGathered(Q9Db* db, Gathering& g) {
   }
 
   // Members by group, each group's in id order; among equal ids the first
-  // that came keeps its place, as one-by-one insertion would have it.
-  std::stable_sort(g.members.begin(), g.members.end(), [&](const Gathering::Member& a, const Gathering::Member& b) {
-    if (a.owner != b.owner) return a.owner < b.owner;
-    return less(a.text, a.member, b.text, b.member);
-  });
+  // that came keeps its place, as one-by-one insertion would have it. The
+  // members of each text are chained in the order they came.
+  std::vector<int64_t> firstOf(g.texts.size(), -1), next(g.members.size(), -1);
+  for (std::size_t i = g.members.size(); i-- > 0;)
+    if (g.members[i].text >= 0) {
+      next[i] = firstOf[std::size_t(g.members[i].text)];
+      firstOf[std::size_t(g.members[i].text)] = int64_t(i);
+    }
+  struct Group {
+    ElementGroup* owner;
+    std::vector<void*> items, older;
+  };
+  std::vector<Group> groups;
+  const auto groupOf = [&](ElementGroup* owner) -> Group& {
+    for (Group& group : groups)
+      if (group.owner == owner) return group;
+    return groups.emplace_back(Group{owner, {}, {}});
+  };
+  for (const Gathering::Member& m : g.members)
+    if (m.text < 0) groupOf(m.owner).older.push_back(m.member);
+  for (const SortItem& item : order)
+    for (int64_t i = firstOf[item.entry]; i >= 0; i = next[std::size_t(i)]) {
+      std::vector<void*>& list = groupOf(g.members[std::size_t(i)].owner).items;
+      if (list.empty() || static_cast<ElementId*>(list.back())->eid != item.text) list.push_back(g.members[std::size_t(i)].member);
+    }
   std::vector<bool> kept;
-  for (std::size_t start = 0; start < g.members.size();) {
-    ElementGroup* owner = g.members[start].owner;
-    items.clear();
-    std::size_t end = start;
-    for (; end < g.members.size() && g.members[end].owner == owner; ++end)
-      if (items.empty() || !idSame(items.back(), g.members[end].member)) items.push_back(g.members[end].member);
-    const HRESULT hr = mergeIntoList(&childLayout, db->allocator, &owner->children, items, idLess, idSame, &kept);
+  for (Group& group : groups) {
+    mergeOlder(group.items, group.older);
+    const HRESULT hr = mergeIntoList(&childLayout, db->allocator, &group.owner->children, group.items, idLess, idSame, &kept);
     if (hr != S_OK) result = hr;
-    for (std::size_t k = 0; k < items.size(); ++k)
-      if (kept[k]) static_cast<ElementId*>(items[k])->group = owner;
-    forgetDirectory(db->directories, &owner->children);
-    start = end;
+    for (std::size_t k = 0; k < group.items.size(); ++k)
+      if (kept[k]) static_cast<ElementId*>(group.items[k])->group = group.owner;
+    forgetDirectory(db->directories, &group.owner->children);
   }
   return result;
 }
