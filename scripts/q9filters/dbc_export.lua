@@ -4,7 +4,8 @@
 -- -> PDUs -> signal instances, and turns the computations of each coding
 -- back into the DBC's factor, offset and value table. Signals of the parts
 -- of a multiplexed PDU find their place in the frame through the part's
--- segments. What DBC can't say is passed to warn(text) and left out.
+-- segments. Names that can't stand in a DBC file go along as long-symbol
+-- attributes. What DBC can't say is passed to warn(text) and left out.
 
 local text = require "q9filters.dbc_text"
 
@@ -36,6 +37,23 @@ local function plainName(node)
   if short and short ~= "" then return short end
   local eid = node.eid or ""
   return eid:match("([^/]*)$")
+end
+
+-- The DBC name of an element, made unique by `namer`: its short name when
+-- that is an identifier, else the last part of its id when that is one (a
+-- DBC import keeps the file's name there), else the short name made into
+-- one. A short name the DBC name doesn't carry comes second, for a long
+-- symbol.
+local function dbcName(node, namer)
+  local word = plainName(node)
+  if not text.isIdentifier(word) then
+    local tail = (node.eid or ""):match("([^/]*)$")
+    if text.isIdentifier(tail) then word = tail end
+  end
+  local name = namer(word)
+  local short = node.shortname
+  if short and short ~= "" and short ~= name then return name, short end
+  return name
 end
 
 local function list(iterator)
@@ -144,7 +162,8 @@ function Writer:signal(node, byteOrder, startbit, message)
   local bitlen = integer(coding.bitlen)
   local encoding = integer(coding.encoding)
   local kind = encoding & ENCODING_TYPEMASK
-  local signal = {name = message.signalName(plainName(node)), bitlen = bitlen, startbit = startbit,
+  local name, longName = dbcName(node, message.signalName)
+  local signal = {name = name, longName = longName, bitlen = bitlen, startbit = startbit,
                   bigendian = byteOrder == BYTEORDER_BIG, node = node}
   if kind == ENCODING_IEEE then
     if bitlen ~= 32 and bitlen ~= 64 then
@@ -292,8 +311,9 @@ function Writer:message(triggering)
   local frameType = flags & FRAMETYPE_MASK
   local extended = frameType == CANEXTENDED or (frameType == CANSTD_OR_EXT and identifier > 0x7FF)
   local ecu = triggering.sourceEcu
+  local name, longName = dbcName(frame, self.messageName)
   local message = {
-    name = self.messageName(plainName(frame)), key = identifier | (extended and EXTENDED_BIT or 0),
+    name = name, longName = longName, key = identifier | (extended and EXTENDED_BIT or 0),
     extended = extended, fd = flags & CANFD_FRAME ~= 0, fastData = flags & CANFD_FASTDATA ~= 0,
     length = integer(frame.length), sender = ecu and self:ecuName(ecu) or NO_NODE,
     comment = self:description(frame), signals = {}, signalName = text.namer(),
@@ -316,7 +336,8 @@ function Writer:ecuName(ecu)
   local eid = ecu.eid or tostring(ecu)
   local entry = self.ecuByEid[eid]
   if not entry then
-    entry = {name = self.ecuNamer(plainName(ecu)), comment = self:description(ecu)}
+    local name, longName = dbcName(ecu, self.ecuNamer)
+    entry = {name = name, longName = longName, comment = self:description(ecu)}
     self.ecuByEid[eid] = entry
     self.ecus[#self.ecus + 1] = entry
   end
@@ -400,7 +421,36 @@ function Writer:lines(options)
   line('BA_DEF_DEF_  "VFrameFormat" "StandardCAN";')
   line('BA_DEF_DEF_  "CANFD_BRS" "1";')
   line('BA_DEF_DEF_  "GenSigStartValue" 0;')
+  -- Long symbols only where a name needs one, so that other files stay as
+  -- they were.
+  local longNodes, longMessages, longSignals = {}, {}, {}
+  for _, ecu in ipairs(self.ecus) do
+    if ecu.longName then longNodes[#longNodes + 1] = ecu end
+  end
+  for _, message in ipairs(self.messages) do
+    if message.longName then longMessages[#longMessages + 1] = message end
+    for _, s in ipairs(message.signals) do
+      if s.longName then longSignals[#longSignals + 1] = {message = message, signal = s} end
+    end
+  end
+  for _, kind in ipairs({{"BU_", "SystemNodeLongSymbol", longNodes}, {"BO_", "SystemMessageLongSymbol", longMessages},
+                         {"SG_", "SystemSignalLongSymbol", longSignals}}) do
+    if #kind[3] > 0 then
+      line("BA_DEF_ ", kind[1], '  "', kind[2], '" STRING ;')
+      line('BA_DEF_DEF_  "', kind[2], '" "";')
+    end
+  end
   line('BA_ "DBName" ', quote(self.dbName), ";")
+  for _, ecu in ipairs(longNodes) do
+    line('BA_ "SystemNodeLongSymbol" BU_ ', ecu.name, " ", quote(ecu.longName), ";")
+  end
+  for _, message in ipairs(longMessages) do
+    line('BA_ "SystemMessageLongSymbol" BO_ ', message.key, " ", quote(message.longName), ";")
+  end
+  for _, entry in ipairs(longSignals) do
+    line('BA_ "SystemSignalLongSymbol" SG_ ', entry.message.key, " ", entry.signal.name, " ",
+      quote(entry.signal.longName), ";")
+  end
   for _, message in ipairs(self.messages) do
     if message.cycleTime and message.cycleTime > 0 then
       line('BA_ "GenMsgCycleTime" BO_ ', message.key, " ", num(message.cycleTime), ";")

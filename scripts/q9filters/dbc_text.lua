@@ -63,6 +63,12 @@ function T.identifier(name)
   return word
 end
 
+-- Whether a name can stand in a DBC file as it is: an identifier of at most
+-- 32 characters, the most that readers are sure to take.
+function T.isIdentifier(name)
+  return name ~= nil and #name <= 32 and name:find("^[%a_][%w_]*$") ~= nil and not KEYWORDS[name]
+end
+
 -- Names unique within one scope: a repeated one gets "_2", "_3", ...
 function T.namer()
   local used = {}
