@@ -4,8 +4,10 @@
 -- -> PDUs -> signal instances, and turns the computations of each coding
 -- back into the DBC's factor, offset and value table. Signals of the parts
 -- of a multiplexed PDU find their place in the frame through the part's
--- segments. Names that can't stand in a DBC file go along as long-symbol
--- attributes. What DBC can't say is passed to warn(text) and left out.
+-- segments. Parts that nest multiplexed PDUs, or share signals, are written
+-- as extended multiplexing (SG_MUL_VAL_). Names that can't stand in a DBC
+-- file go along as long-symbol attributes. What DBC can't say is passed to
+-- warn(text) and left out.
 
 local text = require "q9filters.dbc_text"
 
@@ -18,6 +20,9 @@ local CANFD_FRAME, CANFD_FASTDATA = 4, 8
 local ENCODING_DIRECT, ENCODING_1COMPL, ENCODING_2COMPL, ENCODING_IEEE = 1, 2, 3, 4
 local ENCODING_SIGNED, ENCODING_TYPEMASK = 0x10000000, 0xFFFF
 local EXTENDED_BIT = 0x80000000
+-- Multiplexed PDUs nest one level per switch; a database deeper than this
+-- more likely loops back on itself.
+local MAX_NESTING = 32
 -- DBC needs a node name where a frame has no sender or a signal no receiver.
 local NO_NODE = "No_Node"
 
@@ -222,6 +227,15 @@ function Writer:plainPdu(pdu, offset, message)
   end
 end
 
+-- A field of a part's image in the coordinates of the PDU that holds the
+-- part, through the part's segments; nil when it doesn't lie within one.
+-- The image is little-endian, so only little-endian fields can lie in it.
+local function outOfPart(segments, order, position, length)
+  if order ~= BYTEORDER_LITTLE then return nil end
+  if #segments == 0 then return order, position end
+  return placeInFrame(segments, position, length)
+end
+
 -- The signals of one part of a multiplexed PDU, with the mode word `mode`.
 function Writer:partSignals(part, offset, message, mode)
   local pdu = part.reference
@@ -236,14 +250,7 @@ function Writer:partSignals(part, offset, message, mode)
     local node = instance.signal
     local length = node and node.coding and integer(node.coding.bitlen)
     if length then
-      local order, position
-      if integer(instance.byteOrder) == BYTEORDER_LITTLE then
-        if #segments == 0 then
-          order, position = BYTEORDER_LITTLE, integer(instance.bitpos)
-        else
-          order, position = placeInFrame(segments, integer(instance.bitpos), length)
-        end
-      end
+      local order, position = outOfPart(segments, integer(instance.byteOrder), integer(instance.bitpos), length)
       if order == nil then
         self.warn(string.format("signal %s of frame %s doesn't lie in one segment of its part; it is left out",
           plainName(node), message.name))
@@ -303,6 +310,236 @@ function Writer:multiplexedPdu(pdu, offset, message)
   end
 end
 
+-- Extended multiplexing. A multiplexed PDU is walked down through the PDUs
+-- of all its parts; each signal instance becomes a field in the coordinates
+-- of the PDU being walked, with `key` telling the same signal met in other
+-- parts and `selector` the innermost switch value that selects it (nil where
+-- none does: a static part belongs to whatever selects its PDU).
+
+local function signalKey(node)
+  return node.eid or ("\0" .. plainName(node))
+end
+
+-- A float can't switch; a switch made up for lack of a signal (no node) can.
+local function canSwitch(field)
+  return not field.node or integer(field.node.coding.encoding) & ENCODING_TYPEMASK ~= ENCODING_IEEE
+end
+
+-- Problems go to walk.problems, and are reported only if the extended
+-- writing is the one used. walk.sequences gets each part's members in the
+-- order of their places in its image: the import lays them there in the
+-- order the file lists them, and keeps that order in every part.
+function Writer:fieldsOf(pdu, message, walk, depth)
+  local fields = {}
+  if pdu.tag == "SignalPDU" then
+    for instance in pdu.signalInstances do
+      local node = instance.signal
+      if node and node.coding then
+        fields[#fields + 1] = {node = node, key = signalKey(node), order = integer(instance.byteOrder),
+                               position = integer(instance.bitpos), length = integer(node.coding.bitlen)}
+      end
+    end
+    return fields
+  end
+  if pdu.tag ~= "MultiplexedPDU" then
+    walk.problem(string.format("frame %s has a %s in a part, which DBC lacks; it is left out",
+      message.name, pdu.tag))
+    return fields
+  end
+  local switch = {order = integer(pdu.switchByteOrder), position = integer(pdu.switchPosition),
+                  length = integer(pdu.switchLength)}
+  if switch.position < 0 or switch.length == 0 then
+    walk.problem(string.format(
+      "frame %s has a switch outside its PDU; the signals of that multiplexed PDU are left out", message.name))
+    return fields
+  end
+  if pdu.elsePart then
+    walk.problem(string.format(
+      "frame %s has a part for all other switch values, which DBC lacks; it is left out", message.name))
+  end
+  local eid = pdu.eid
+  if (eid and walk.open[eid]) or depth > MAX_NESTING then
+    walk.problem(string.format("frame %s has a part that holds its own multiplexed PDU again; that part is left out",
+      message.name))
+    return fields
+  end
+  if eid then walk.open[eid] = true end
+  local parts = {}
+  if pdu.staticPart then parts[1] = {part = pdu.staticPart} end
+  for part in pdu.dynamicParts do parts[#parts + 1] = {part = part, value = integer(part.switchCode)} end
+  local switchField
+  -- DBC names its switch as a signal; a switch without one gets a plain
+  -- signal of its own, first among the static ones.
+  local function madeSwitch()
+    switchField = {key = {}, order = switch.order, position = switch.position, length = switch.length}
+    table.insert(fields, 1, switchField)
+    return switchField
+  end
+  for _, p in ipairs(parts) do
+    if p.value ~= nil and not switchField then madeSwitch() end
+    local inner = p.part.reference
+    if inner and inner.tag == "MultiplexedPDU" then walk.nested = true end
+    local members = inner and self:fieldsOf(inner, message, walk, depth + 1) or {}
+    local byPlace = {}
+    for i, f in ipairs(members) do byPlace[i] = {field = f, index = i} end
+    table.sort(byPlace, function(a, b)
+      if a.field.position ~= b.field.position then return a.field.position < b.field.position end
+      return a.index < b.index
+    end)
+    local sequence = {}
+    for i, entry in ipairs(byPlace) do sequence[i] = entry.field.key end
+    walk.sequences[#walk.sequences + 1] = sequence
+
+    local segments = list(p.part.segments)
+    for _, f in ipairs(members) do
+      local order, position = outOfPart(segments, f.order, f.position, f.length)
+      if order == nil then
+        walk.problem(string.format(
+          "signal %s of frame %s doesn't lie in one segment of its part; it is left out",
+          f.node and plainName(f.node) or "switch", message.name))
+      else
+        f.order, f.position = order, position
+        if p.value == nil and not switchField and order == switch.order and position == switch.position and
+           f.length == switch.length and canSwitch(f) then
+          switchField = f
+        end
+        fields[#fields + 1] = f
+      end
+    end
+    if p.value == nil and not switchField then table.insert(sequence, 1, madeSwitch().key) end
+    for _, f in ipairs(members) do
+      if p.value ~= nil and not f.selector then f.selector = {switch = switchField, value = p.value} end
+    end
+  end
+  if switchField then walk.switches[switchField.key] = true end
+  if eid then walk.open[eid] = nil end
+  return fields
+end
+
+-- The keys in an order that keeps every part's members in their order,
+-- else in the order they were met. A database that no file could make may
+-- have no such order; then the earliest met goes first.
+local function fileOrder(merged, sequences)
+  local index, after, before = {}, {}, {}
+  for i, m in ipairs(merged) do index[m.key], after[m.key], before[m.key] = i, {}, 0 end
+  for _, sequence in ipairs(sequences) do
+    local previous
+    for _, key in ipairs(sequence) do
+      if index[key] then
+        if previous and previous ~= key and not after[previous][key] then
+          after[previous][key] = true
+          before[key] = before[key] + 1
+        end
+        previous = key
+      end
+    end
+  end
+  local ordered, done = {}, {}
+  for _ = 1, #merged do
+    local pick
+    for _, m in ipairs(merged) do
+      if not done[m.key] and (pick == nil or (before[m.key] == 0 and before[pick.key] > 0)) then pick = m end
+      if pick and before[pick.key] == 0 then break end
+    end
+    done[pick.key] = true
+    ordered[#ordered + 1] = pick
+    for key in pairs(after[pick.key]) do before[key] = before[key] - 1 end
+  end
+  return ordered
+end
+
+-- Value lists as DBC ranges: "0-3, 7-7".
+local function ranges(values)
+  table.sort(values)
+  local out, low, high = {}, nil, nil
+  for _, v in ipairs(values) do
+    if low and v == high + 1 then
+      high = v
+    elseif not (low and v == high) then
+      if low then out[#out + 1] = string.format("%d-%d", low, high) end
+      low, high = v, v
+    end
+  end
+  if low then out[#out + 1] = string.format("%d-%d", low, high) end
+  return table.concat(out, ", ")
+end
+
+-- A multiplexed PDU that nests others, chains them through its static part
+-- or shares signals among parts, written as extended multiplexing. False
+-- when it is a plain one, which is written as such.
+function Writer:extendedPdu(pdu, offset, message)
+  local walk = {problems = {}, sequences = {}, switches = {}, open = {}}
+  function walk.problem(problem)
+    if not walk.problems[problem] then
+      walk.problems[problem] = true
+      walk.problems[#walk.problems + 1] = problem
+    end
+  end
+  local fields = self:fieldsOf(pdu, message, walk, 1)
+  local merged, byKey, shared = {}, {}, false
+  for _, f in ipairs(fields) do
+    local m = byKey[f.key]
+    local selector = f.selector and f.selector.switch.key
+    if not m then
+      m = {key = f.key, field = f, selector = selector, values = {}}
+      byKey[f.key] = m
+      merged[#merged + 1] = m
+    else
+      shared = true
+    end
+    local name = f.node and plainName(f.node) or message.name .. "_switch"
+    if m.field.order ~= f.order or m.field.position ~= f.position then
+      walk.problem(string.format(
+        "signal %s of frame %s lies at two places; only the first is written", name, message.name))
+    elseif m.selector ~= selector then
+      walk.problem(string.format(
+        "signal %s of frame %s is selected by different switches in different parts, which DBC lacks; only its first part is written",
+        name, message.name))
+    elseif selector then
+      m.values[#m.values + 1] = f.selector.value
+    end
+  end
+  if not walk.nested and not shared then return false end
+  for _, problem in ipairs(walk.problems) do self.warn(problem) end
+
+  local written = {}
+  for _, m in ipairs(fileOrder(merged, walk.sequences)) do
+    local f, signal = m.field, nil
+    if f.node then
+      signal = self:signal(f.node, f.order, offset + f.position, message)
+    else
+      signal = {name = message.signalName(message.name .. "_switch"), bitlen = f.length,
+                startbit = offset + f.position, bigendian = f.order == BYTEORDER_BIG, signed = false, scale = 1,
+                offset = 0, min = 0, max = 0, unit = "", values = {}, comment = ""}
+    end
+    if signal then
+      written[m.key] = signal
+      message.signals[#message.signals + 1] = signal
+      signal.selection = m
+    end
+  end
+  message.selections = {}
+  for _, signal in ipairs(message.signals) do
+    local m = signal.selection
+    if m then
+      signal.selection = nil
+      local switch = m.selector and written[m.selector]
+      if m.selector and not switch then
+        self.warn(string.format("signal %s of frame %s is selected by a switch that is left out; it is written as a plain signal",
+          signal.name, message.name))
+      end
+      if switch then
+        table.sort(m.values)
+        signal.mode = "m" .. m.values[1] .. (walk.switches[m.key] and "M" or "")
+        message.selections[#message.selections + 1] = {signal = signal, switch = switch, ranges = ranges(m.values)}
+      elseif walk.switches[m.key] then
+        signal.mode = "M"
+      end
+    end
+  end
+  return true
+end
+
 function Writer:message(triggering)
   local frame = triggering.frame
   if not frame then return nil end
@@ -324,7 +561,10 @@ function Writer:message(triggering)
     if pdu and pdu.tag == "SignalPDU" then
       self:plainPdu(pdu, offset, message)
     elseif pdu and pdu.tag == "MultiplexedPDU" then
-      self:multiplexedPdu(pdu, offset, message)
+      if message.multiplexed or not self:extendedPdu(pdu, offset, message) then
+        self:multiplexedPdu(pdu, offset, message)
+      end
+      message.multiplexed = true
     end
     if pdu and not message.cycleTime then message.cycleTime = cycleTime(pdu) end
   end
@@ -485,6 +725,11 @@ function Writer:lines(options)
   for _, message in ipairs(self.messages) do
     for _, s in ipairs(message.signals) do
       if s.valtype then line("SIG_VALTYPE_ ", message.key, " ", s.name, " : ", s.valtype, ";") end
+    end
+  end
+  for _, message in ipairs(self.messages) do
+    for _, selection in ipairs(message.selections or {}) do
+      line("SG_MUL_VAL_ ", message.key, " ", selection.signal.name, " ", selection.switch.name, " ", selection.ranges, " ;")
     end
   end
 

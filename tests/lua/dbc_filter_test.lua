@@ -392,4 +392,57 @@ T.case("a database built by hand exports to a DBC that decodes the same", functi
   end
 end)
 
+T.case("multiplexed PDUs nested by hand export as extended multiplexing, and what DBC can't say is reported", function()
+  local net = T.sampleNetwork()
+  local db = net.db
+  -- Switch value 3 carries a multiplexed PDU without a static part (so
+  -- without a switch signal), one of whose parts holds the outer PDU again.
+  local part3 = assert(db:createMultiplexedPart("part3", 3, net.mux))
+  assert(part3:addSegment(0, 24, 8) == 0)
+  local inner = assert(db:createMultiplexedPDU("inner", 8, 0, 0, 4, 0, part3))
+  local inner5 = assert(db:createMultiplexedPart("inner5", 5, inner))
+  assert(inner5:addSegment(0, 4, 4) == 0)
+  local c = assert(db:createSignal("C", 0, 0, 0, 0, assert(db:createCoding("C.coding", 4, Q9Db.Q9_ENCODING_DIRECT))))
+  assert(db:createSignalInstance("C.si", 0, 0, -1, c, assert(db:createSignalPDU("inner5.pdu", 4, inner5))))
+  local loop = assert(db:createMultiplexedPart("loop", 6, inner))
+  assert(loop:setReference(net.mux) == 0)
+  assert(inner:addDynamicParts(inner5, loop) == 0)
+  assert(net.mux:addDynamicParts(part3) == 0)
+  -- The counter of the static part also lies elsewhere in the part of value 2.
+  assert(db:createSignalInstance("counter.si2", 0, 0, -1, net.counter, net.pduB))
+
+  local path = os.tmpname() .. ".dbc"
+  -- The package's entry takes no report function; the format's own does.
+  local reports = {}
+  T.same(require("q9filters.dbc").export(db, net.cluster, path, "", function(_, _, text)
+    reports[#reports + 1] = text
+    return 0
+  end), 0)
+  local all = table.concat(reports, "\n")
+  for _, fragment in ipairs({"frame muxFrame has a part that holds its own multiplexed PDU again",
+                             "signal counter of frame muxFrame lies at two places"}) do
+    T.truthy(all:find(fragment, 1, true), "no report: " .. fragment .. " in " .. all)
+  end
+  local written = T.readFile(path)
+  for _, line in ipairs({" SG_ muxFrame_switch_2 m3M : 24|4@1+", " SG_ C m5 : 28|4@1+",
+                         "SG_MUL_VAL_ 512 muxFrame_switch_2 muxFrame_switch 3-3 ;",
+                         "SG_MUL_VAL_ 512 C muxFrame_switch_2 5-5 ;"}) do
+    T.truthy(written:find(line, 1, true), "no line: " .. line)
+  end
+  local copy = assert(Q9Db.createDb("copy"))
+  T.same(#warnings(import(copy, nil, path)), 0, "warnings of the export")
+  os.remove(path)
+  local function decode(channel, payload)
+    local out = {}
+    for signal, _, raw in channel:decodeMessage(0x200, 0, payload) do
+      out[#out + 1] = (signal.shortname or signal.eid):gsub("%.si$", "") .. "=" .. tostring(raw)
+    end
+    table.sort(out)
+    return table.concat(out, " ")
+  end
+  local payload = "\x03\0\0\x95\0\0\0\x07"
+  T.same(decode(channelOf(copy, "can"), payload), "C=9 counter=7 muxFrame_switch=3 muxFrame_switch_2=5")
+  T.same(decode(net.channel, payload), "C=9 counter=7")
+end)
+
 T.finish()
