@@ -110,6 +110,7 @@ AttributeValue DbcAttributes::typed(const std::string& name, const std::string& 
   } else if (definition && definition->type != DbcAttributeType::String) {
     return number;
   } else if (number.isNumber()) {
+    number.text = text;
     return number;
   }
   AttributeValue value;

@@ -18,6 +18,8 @@ struct AttributeValue {
   enum Kind : uint8_t { None, Integer, Real, Text } kind = None;
   int64_t integer = 0;
   double real = 0;
+  // A Text's text; a number keeps the text it was written as when no
+  // numeric definition types it, since a name may read as one ("5").
   std::string text;
 
   bool isNumber() const { return kind == Integer || kind == Real; }

@@ -68,11 +68,11 @@ class Resolver {
     applyMultiplexRanges();
     applyAttributes();
     const AttributeValue dbName = attribute(networkAttributes_, "DBName");
-    if (dbName.isText() && !dbName.text.empty()) network_.dbName = dbName.text;
+    if (!dbName.text.empty()) network_.dbName = dbName.text;
     for (std::size_t i = 0; i < network_.ecus.size(); ++i) {
       const AttributeValue longName = attribute(ecuAttributes_[i], "SystemNodeLongSymbol");
       network_.ecus[i].plainName =
-          longName.isText() && !longName.text.empty() ? longName.text : *network_.ecus[i].name;
+          !longName.text.empty() ? longName.text : *network_.ecus[i].name;
     }
     for (std::size_t i = 0; i < network_.messages.size(); ++i) resolveMessage(i);
   }
@@ -305,7 +305,7 @@ class Resolver {
     message.length = bytes;
 
     const AttributeValue longName = attribute(index.attributes, "SystemMessageLongSymbol");
-    message.plainName = longName.isText() && !longName.text.empty() ? longName.text : m.name;
+    message.plainName = !longName.text.empty() ? longName.text : m.name;
     const AttributeValue cycle = attribute(index.attributes, "GenMsgCycleTime");
     if (cycle.isNumber() && cycle.number() > 0)
       message.cycleTime = cycle.kind == AttributeValue::Integer ? uint64_t(cycle.integer)
@@ -334,7 +334,7 @@ class Resolver {
       }
       const AttributeList& own = index.signalAttributes[k];
       const AttributeValue signalLong = attribute(own, "SystemSignalLongSymbol");
-      signal.plainName = signalLong.isText() && !signalLong.text.empty() ? signalLong.text : s.name;
+      signal.plainName = !signalLong.text.empty() ? signalLong.text : s.name;
       const AttributeValue start = attribute(own, "GenSigStartValue");
       if (start.isNumber()) signal.startValue = start.number();
       if (s.scale == 0)

@@ -125,6 +125,8 @@ const Case kCases[] = {
      {{800, 0, {0x03}, "Signal_With_A_Name_Longer_Than_32_Chars=3"}},
      "long_names/ECU/Ecu",
      "Electronic_Control_Unit_Of_The_Door"},
+    // Declared as texts, long names that read as numbers are names still.
+    {"numeric_long_names.dbc", {}, {{801, 0, {0x03}, "7=3"}}, "numeric_long_names/ECU/Ecu", "5"},
     {"utf8_with_mark.dbc", {}, {{900, 0, {0x50}, "Temp=40"}}, "utf8_with_mark/frame/Climate", "Gr\u00f6\u00dfe \u2013 Temperatur"},
     {"multiplexing_value_lists.dbc",
      {},
