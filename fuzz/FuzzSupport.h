@@ -46,6 +46,10 @@ class InputFile {
     }
     close(fd);
   }
+  // No file at the path, so that a call that should write one and doesn't
+  // leaves nothing stale behind.
+  void clear() const { unlink(path_.c_str()); }
+  const std::string& path() const { return path_; }
   const char16_t* widePath() const { return wide_.c_str(); }
 
  private:
