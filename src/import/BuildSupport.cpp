@@ -47,12 +47,18 @@ NodeMaker::NodeMaker(Q9DbNode* db, std::string prefix, uint16_t language)
     : db_(db), prefix_(std::move(prefix)), language_(language) {}
 
 const char16_t* NodeMaker::id(std::initializer_list<std::string_view> parts) {
-  idBuffer_.clear();
-  platform::appendUtf8AsUtf16(idBuffer_, prefix_);
+  // One resize to the longest the id can be, then the units written in place:
+  // a UTF-8 byte never makes more than one UTF-16 unit.
+  std::size_t most = prefix_.size();
+  for (std::string_view part : parts) most += 1 + part.size();
+  idBuffer_.resize(most);
+  char16_t* out = idBuffer_.data();
+  out += platform::utf8ToUtf16Into(prefix_, out);
   for (std::string_view part : parts) {
-    idBuffer_.push_back(u'/');
-    platform::appendUtf8AsUtf16(idBuffer_, part);
+    *out++ = u'/';
+    out += platform::utf8ToUtf16Into(part, out);
   }
+  idBuffer_.resize(std::size_t(out - idBuffer_.data()));
   return idBuffer_.c_str();
 }
 

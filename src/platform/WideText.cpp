@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <cwchar>
 
 namespace q9::platform {
@@ -41,6 +42,14 @@ char* putUtf8(char* out, char32_t cp) {
   return out;
 }
 
+constexpr uint64_t kHighBitsOfBytes = 0x8080808080808080ull;
+
+uint64_t loadWord(const char* p) {
+  uint64_t word;
+  std::memcpy(&word, p, sizeof word);
+  return word;
+}
+
 void appendUtf16(std::u16string& out, char32_t cp) {
   char16_t units[2];
   out.append(units, std::size_t(putUtf16(units, cp) - units));
@@ -52,6 +61,16 @@ std::size_t utf8ToUtf16Into(std::string_view in, char16_t* start) {
   char16_t* out = start;
   std::size_t i = 0;
   while (i < in.size()) {
+    // Names and ids are mostly ASCII: eight bytes at a time while they are.
+    if (in.size() - i >= 8) {
+      const uint64_t word = loadWord(in.data() + i);
+      if ((word & kHighBitsOfBytes) == 0) {
+        for (int k = 0; k < 8; ++k) out[k] = char16_t((word >> (8 * k)) & 0x7F);
+        out += 8;
+        i += 8;
+        continue;
+      }
+    }
     const auto b = uint8_t(in[i]);
     if (b < 0x80) {
       *out++ = char16_t(b);
@@ -148,6 +167,8 @@ constexpr char16_t kCp1252High[32] = {
     0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
     0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
+std::size_t utf8Length(char32_t cp) { return cp < 0x80 ? 1 : cp < 0x800 ? 2 : 3; }
+
 char32_t cp1252CodePoint(uint8_t b) {
   return b >= 0x80 && b < 0xA0 ? char32_t(kCp1252High[b - 0x80]) : char32_t(b);
 }
@@ -155,17 +176,28 @@ char32_t cp1252CodePoint(uint8_t b) {
 }  // namespace
 
 std::size_t cp1252Utf8Size(std::string_view bytes) {
-  std::size_t size = 0;
-  for (char c : bytes) {
-    const char32_t cp = cp1252CodePoint(uint8_t(c));
-    size += cp < 0x80 ? 1 : cp < 0x800 ? 2 : 3;
+  std::size_t size = 0, i = 0;
+  for (; i + 8 <= bytes.size(); i += 8) {
+    if ((loadWord(bytes.data() + i) & kHighBitsOfBytes) == 0) {
+      size += 8;
+      continue;
+    }
+    for (std::size_t k = i; k < i + 8; ++k) size += utf8Length(cp1252CodePoint(uint8_t(bytes[k])));
   }
+  for (; i < bytes.size(); ++i) size += utf8Length(cp1252CodePoint(uint8_t(bytes[i])));
   return size;
 }
 
 void cp1252ToUtf8Into(std::string_view bytes, char* out) {
-  for (char c : bytes) {
-    const char32_t cp = cp1252CodePoint(uint8_t(c));
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    // ASCII runs go across eight bytes at a time.
+    if (i + 8 <= bytes.size() && (loadWord(bytes.data() + i) & kHighBitsOfBytes) == 0) {
+      std::memcpy(out, bytes.data() + i, 8);
+      out += 8;
+      i += 7;
+      continue;
+    }
+    const char32_t cp = cp1252CodePoint(uint8_t(bytes[i]));
     if (cp < 0x80) {
       *out++ = char(cp);
     } else if (cp < 0x800) {
