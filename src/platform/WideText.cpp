@@ -63,9 +63,8 @@ std::size_t utf8ToUtf16Into(std::string_view in, char16_t* start) {
   while (i < in.size()) {
     // Names and ids are mostly ASCII: eight bytes at a time while they are.
     if (in.size() - i >= 8) {
-      const uint64_t word = loadWord(in.data() + i);
-      if ((word & kHighBitsOfBytes) == 0) {
-        for (int k = 0; k < 8; ++k) out[k] = char16_t((word >> (8 * k)) & 0x7F);
+      if ((loadWord(in.data() + i) & kHighBitsOfBytes) == 0) {
+        for (std::size_t k = 0; k < 8; ++k) out[k] = char16_t(uint8_t(in[i + k]));
         out += 8;
         i += 8;
         continue;
