@@ -10,6 +10,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   valgrind graphviz
   libcli11-dev
+  # compressed capture logs
+  zlib1g-dev liblzma-dev
 )
 missing=()
 for p in "${packages[@]}"; do
