@@ -239,7 +239,7 @@ TEST(TolerantDbcReader, ReadsTheRepositoryFiles) {
       {"tests/filters/data/powertrain.dbc", 6, ""},
       {"tests/import/data/comfort_body.dbc", 4,
        "comfort_body.dbc:91:1: 1 SIG_GROUP_ statement (signal groups) was not imported\n"},
-      {"examples/vehicle.dbc", 9, ""},
+      {"examples/vehicle.dbc", 10, ""},
   };
   for (const auto& file : kFiles) {
     SourceText source;

@@ -229,7 +229,7 @@ head -n 1 "$scratch/graph.dot" | grep -q '^digraph' || fail "dot: no digraph wri
 grep -q 'EngineStatus' "$scratch/graph.dot" || fail "dot: frames missing"
 run "info of the DBC" 0 "$q9db" info "$dbc"
 has out "database id: DemoVehicle"
-has out "DemoVehicle: 7 ECUs, 9 frames, 51 signals"
+has out "DemoVehicle: 7 ECUs, 10 frames, 55 signals"
 run "info of the LDF" 0 "$q9db" info "$ldf"
 has out "database id: SeatLin"
 has out "schedule table Normal: 4 slots, 40 ms"
