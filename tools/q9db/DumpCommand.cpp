@@ -3,6 +3,7 @@
 #include <string>
 
 #include "Commands.h"
+#include "DescribedFrames.h"
 #include "Network.h"
 #include "Nodes.h"
 
@@ -87,25 +88,10 @@ class Dumper {
     Q9Db_getSourceECU(t, &sender);
     std::printf("    Frame %s  %s  %d byte%s  sender %s", frame ? displayName(frame).c_str() : "(none)", kind.c_str(),
                 length, plural(length), sender ? displayName(sender).c_str() : "-");
-    uint64_t cycle = frame ? cycleTime(frame) : 0;
+    uint64_t cycle = frame ? frameCycleTime(frame) : 0;
     if (cycle) std::printf("  cycle %llu ms", static_cast<unsigned long long>(cycle));
     std::printf("\n");
     if (frame) forEachNode(Q9Db_enumPDUInstances, frame, [&](Q9DbNode* instance) { pduInstance(instance, 6); });
-  }
-
-  // The cycle of the first PDU of the frame that has one.
-  uint64_t cycleTime(Q9DbNode* frame) {
-    uint64_t cycle = 0;
-    forEachNode(Q9Db_enumPDUInstances, frame, [&](Q9DbNode* instance) {
-      Q9DbNode* pdu = nullptr;
-      if (cycle || Q9Db_getReference(instance, &pdu) != S_OK || !pdu) return;
-      forEachNode(Q9Db_enumPDUTriggerings, pdu, [&](Q9DbNode* pduTriggering) {
-        forEachNode(Q9Db_enumChildren, pduTriggering, [&](Q9DbNode* timing) {
-          if (!cycle && Q9Db_getNodeType(timing) == Q9_NODETYPE_CyclicTiming) Q9Db_getCycletime(timing, &cycle);
-        });
-      });
-    });
-    return cycle;
   }
 
   void pduInstance(Q9DbNode* instance, int indent) {
