@@ -7,6 +7,7 @@
 #include <unordered_set>
 
 #include "import/LdfBuild.h"
+#include "import/LdfFrameChecks.h"
 #include "import/ScriptNumbers.h"
 
 namespace q9 {
@@ -47,9 +48,9 @@ bool claimFrameName(LdfBuild& b, const std::string& name, TextPosition at) {
 }
 
 bool checkIdentifier(LdfBuild& b, const std::string& name, int64_t ident, TextPosition at) {
-  if (ident < 0 || ident > 63) {
-    b.warn(at, "frame " + name + ": identifier " + numberText(double(ident)) +
-                   " is outside 0 to 63; the frame is left out");
+  const std::string defect = ldfIdentifierDefect(name, ident);
+  if (!defect.empty()) {
+    b.warn(at, defect);
     return false;
   }
   const auto used = b.usedIds.find(ident);
@@ -96,9 +97,9 @@ void buildSignalFrame(LdfBuild& b, const LdfFrame& def, bool diagnostic) {
   const int64_t ident = def.ident;
   if (!claimFrameName(b, name, def.at) || !checkIdentifier(b, name, ident, def.at)) return;
   const int64_t length = diagnostic ? 8 : def.size;
-  if (length < 1 || length > 8) {
-    b.warn(def.at, "frame " + name + ": a length of " + numberText(double(def.size)) +
-                       " bytes can't be mapped (1 to 8); the frame is left out");
+  const std::string defect = ldfLengthDefect(name, length);
+  if (!defect.empty()) {
+    b.warn(def.at, defect);
     return;
   }
   const std::string* publisher = &def.publisher;

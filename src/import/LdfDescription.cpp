@@ -2,6 +2,7 @@
 // head, the nodes, frames, signals and schedule tables, one line each.
 #include <new>
 
+#include "import/LdfFrameChecks.h"
 #include "import/NativeImport.h"
 #include "import/ScriptNumbers.h"
 #include "import/TolerantLdfReader.h"
@@ -22,9 +23,17 @@ void describe(const LdfFile& file, ImportReport& report) {
                                 (head.channelName ? ", channel " + *head.channelName : ""));
   if (file.master) report.info(kSubjectEcu, file.master->name + ": master");
   for (const LdfName& slave : file.slaves) report.info(kSubjectEcu, slave.text + ": slave");
-  for (const LdfFrame& f : file.frames)
+  for (const LdfFrame& f : file.frames) {
+    // What the import leaves out is a warning here too, not a frame.
+    std::string defect = ldfIdentifierDefect(f.name, f.ident);
+    if (defect.empty()) defect = ldfLengthDefect(f.name, f.size);
+    if (!defect.empty()) {
+      report.warn(f.at, defect);
+      continue;
+    }
     report.info(kSubjectFrame, f.name + ": identifier " + hexText(f.ident) + ", " + std::to_string(f.size) +
                                    " bytes, sent by " + f.publisher);
+  }
   for (const LdfEventTriggeredFrame& f : file.eventTriggeredFrames)
     report.info(kSubjectFrame,
                 f.name + ": event-triggered, identifier " + hexText(f.ident) + ", for " + joined(f.frames));

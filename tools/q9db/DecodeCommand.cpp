@@ -5,14 +5,17 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 
+#include "BusBinding.h"
 #include "Commands.h"
 #include "FrameDecoder.h"
 #include "FrameLine.h"
 #include "Io.h"
-#include "Network.h"
+#include "LogLine.h"
+#include "ProblemReports.h"
 
 namespace q9tool {
 namespace {
@@ -20,7 +23,7 @@ namespace {
 // A progress line on a terminal, for logs large enough to wait for.
 class Progress {
  public:
-  Progress(int fd) {
+  explicit Progress(int fd) {
     struct stat info {};
     if (isatty(STDERR_FILENO) && fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > kWorthShowing)
       total_ = static_cast<unsigned long long>(info.st_size);
@@ -41,16 +44,83 @@ class Progress {
   bool shown_ = false;
 };
 
+// Timestamps from the first frame or the one before, written in place of
+// the logged ones (seconds with six decimals, as logged).
+class TimestampRewriter {
+ public:
+  explicit TimestampRewriter(Timestamps mode) : mode_(mode) {}
+  void rewrite(CanFrame& frame) {
+    uint64_t now = 0;
+    if (mode_ == Timestamps::Absolute || frame.timestamp.empty() || !parseTimestamp(frame.timestamp, now)) return;
+    if (!started_) first_ = previous_ = now, started_ = true;
+    uint64_t from = mode_ == Timestamps::FromFirst ? first_ : previous_;
+    previous_ = now;
+    uint64_t elapsed = now >= from ? now - from : 0;  // a log out of order shows 0, not a wrapped number
+    char* end = std::to_chars(text_, text_ + 24, elapsed / 1000000).ptr;
+    *end++ = '.';
+    uint64_t micro = elapsed % 1000000;
+    for (int i = 5; i >= 0; --i, micro /= 10) end[i] = char('0' + micro % 10);
+    frame.timestamp = std::string_view(text_, static_cast<size_t>(end + 6 - text_));
+  }
+
+ private:
+  Timestamps mode_;
+  bool started_ = false;
+  uint64_t first_ = 0, previous_ = 0;
+  char text_[32];
+};
+
+std::string shownLine(std::string_view line) {
+  constexpr size_t kShown = 80;  // enough of the line to find it
+  return std::string(line.substr(0, kShown)) + (line.size() > kShown ? "..." : "");
+}
+
+char hexDigit(unsigned v) { return "0123456789ABCDEF"[v & 0xF]; }
+
+std::string identifierText(const CanFrame& frame) {
+  int digits = (frame.flags & Q9_FLAG_CANEXTENDED) ? 8 : 3;
+  std::string text(size_t(digits), '0');
+  uint32_t id = frame.identifier;
+  for (int i = digits - 1; i >= 0; --i, id >>= 4) text[size_t(i)] = hexDigit(id);
+  return text;
+}
+
 }  // namespace
 
 int runDecode(const DecodeOptions& options) {
+  std::vector<BusBinding> bindings;
+  for (const std::string& text : options.bindings) {
+    BusBinding binding;
+    std::string problem;
+    if (!parseBusBinding(text, binding, problem)) {
+      std::fprintf(stderr, "q9db: --bus: %s\n", problem.c_str());
+      return kExitUsageError;
+    }
+    bindings.push_back(binding);
+  }
+  DecoderSettings settings;
+  settings.showUnknown = options.showUnknown;
+  settings.j1939 = options.j1939;
+  std::string problem;
+  if (!settings.filter.set(options.filters, problem)) {
+    std::fprintf(stderr, "q9db: --id: %s\n", problem.c_str());
+    return kExitUsageError;
+  }
+  if (options.files.empty() && bindings.empty()) {
+    std::fprintf(stderr, "q9db: decode: a description file, or a --bus INTERFACE=FILE, is needed\n");
+    return kExitUsageError;
+  }
+
   Network network;
-  if (!importFiles(network, options.files)) return kExitInputError;
-  std::vector<Q9DbNode*> channels = network.canChannels();
+  BusChannels buses;
+  if (!buses.import(network, options.files, bindings, options.import)) return kExitInputError;
+  std::vector<Q9DbNode*> channels = buses.allChannels();
   if (channels.empty()) {
-    std::fprintf(stderr, "q9db: no CAN channel in %s\n", options.files.size() == 1 ? options.files[0].c_str() : "the files");
+    std::fprintf(stderr, "q9db: no CAN bus is described in %s\n",
+                 options.files.size() == 1 && bindings.empty() ? options.files[0].c_str() : "the files");
     return kExitInputError;
   }
+  DescribedFrames described(channels);
 
   bool fromStdin = options.log.empty() || options.log == "-";
   std::string logName = fromStdin ? "<stdin>" : options.log;
@@ -63,34 +133,64 @@ int runDecode(const DecodeOptions& options) {
   int status = kExitOk;
   {
     Output out(STDOUT_FILENO);
-    FrameWriter writer(out, options.format);
-    FrameDecoder decoder(network.db(), std::move(channels), writer, options.showUnknown);
-    LineReader reader(fd, &out);
+    FrameWriter writer(out, options.format, options.raw);
+    FrameDecoder decoder(network.db(), described, writer, std::move(settings));
+    InputStream input(fd);
+    LineReader reader(input, &out);
     Progress progress(fd);
+    ProblemReports problems(logName, options.maxReports, options.import.quiet);
+    TimestampRewriter timestamps(options.timestamps);
+    std::vector<std::string> unboundTold;
+    unsigned long long unknown = 0, noData = 0;
     writer.begin();
     CanFrame frame;
     std::string_view line;
     while (reader.next(line) && out.good()) {
       LineResult result = parseFrameLine(line, frame);
       if (result.kind == LineKind::Frame) {
-        decoder.decode(frame);
+        const std::vector<Q9DbNode*>* onBus = buses.channelsFor(frame.interface);
+        if (!onBus) {
+          bool told = std::find(unboundTold.begin(), unboundTold.end(), frame.interface) != unboundTold.end();
+          if (!told) unboundTold.emplace_back(frame.interface);
+          out.flush();
+          problems.report(Problem::UnboundBus, reader.lineNumber(),
+                          std::string(frame.interface) + ": no description is bound to this bus; its frames are passed over",
+                          !told);
+          continue;
+        }
+        timestamps.rewrite(frame);
+        Mismatch mismatch{};
+        Outcome outcome = decoder.decode(frame, *onBus, mismatch);
+        if (outcome == Outcome::Unknown) ++unknown;
+        if (outcome == Outcome::NotDecoded) {
+          out.flush();  // keep the report next to the frames around it
+          Problem kind = mismatch.kind == Mismatch::Length           ? Problem::LengthMismatch
+                         : mismatch.kind == Mismatch::IdentifierType ? Problem::IdentifierType
+                                                                     : Problem::FormMismatch;
+          problems.report(kind, reader.lineNumber(),
+                          identifierText(frame) + " not decoded: " + describeMismatch(frame, mismatch));
+        }
+      } else if (result.kind == LineKind::NoData) {
+        ++noData;
       } else if (result.kind == LineKind::Malformed) {
-        out.flush();  // keep the report next to the frames around it
-        constexpr size_t kShown = 80;  // enough of the line to find it
-        std::fprintf(stderr, "q9db: %s:%llu: %.*s: %.*s%s\n", logName.c_str(), reader.lineNumber(),
-                     static_cast<int>(result.problem.size()), result.problem.data(),
-                     static_cast<int>(std::min(line.size(), kShown)), line.data(), line.size() > kShown ? "..." : "");
+        out.flush();
+        problems.report(Problem::MalformedLine, reader.lineNumber(),
+                        std::string(result.problem) + ": " + shownLine(line));
         status = kExitInputError;
       }
       progress.update(reader);
     }
     if (reader.failed()) {
       std::fprintf(stderr, "q9db: %s: read error after line %llu: %s\n", logName.c_str(), reader.lineNumber(),
-                   std::strerror(errno));
+                   reader.error().c_str());
       status = kExitInputError;
     }
     out.flush();
-    // A reader that went away (head, a closed pipe) is no error of ours.
+    if (!out.good() && out.error() != EPIPE) {  // a reader that went away (head) is no error of ours
+      std::fprintf(stderr, "q9db: standard output: %s\n", std::strerror(out.error()));
+      status = kExitInputError;
+    }
+    problems.summarise(options.showUnknown ? 0 : unknown, noData);
   }
   if (!fromStdin) ::close(fd);
   return status;

@@ -1,6 +1,7 @@
 // q9db dump: what the imported files describe, readable at a glance.
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "Commands.h"
 #include "DescribedFrames.h"
@@ -102,13 +103,31 @@ class Dumper {
     pduSignals(pdu, indent, offset);
   }
 
+  // A part's signals count their positions in the image its segments make;
+  // the frame's position is what a reader checks against the file.
+  struct Segment {
+    int32_t order, position, length, start;  // start: where the segment begins in the part's image
+  };
+
+  int32_t framePosition(int32_t position, int32_t offset) const {
+    for (auto level = parts_.rbegin(); level != parts_.rend(); ++level) {
+      if (level->empty()) continue;  // a part without segments reads the enclosing data
+      const Segment* inside = nullptr;
+      for (const Segment& s : *level)
+        if (position >= s.start && position < s.start + s.length) inside = &s;
+      if (!inside || inside->order == Q9_BYTEORDER_BIGENDIAN) return position + offset;  // no plain mapping: as is
+      position = inside->position + (position - inside->start);
+    }
+    return position + offset;
+  }
+
   void pduSignals(Q9DbNode* pdu, int indent, int32_t offset) {
     if (Q9Db_getNodeType(pdu) == Q9_NODETYPE_MultiplexedPDU) {
       int32_t position = 0, length = 0, order = 0;
       Q9Db_getSwitchPosition(pdu, &position);
       Q9Db_getSwitchLength(pdu, &length);
       Q9Db_getSwitchByteOrder(pdu, &order);
-      std::printf("%*sMultiplexed by the switch at bit %d, %d bit%s, %s\n", indent, "", position + offset, length, plural(length),
+      std::printf("%*sMultiplexed by the switch at bit %d, %d bit%s, %s\n", indent, "", framePosition(position, offset), length, plural(length),
                   order == Q9_BYTEORDER_BIGENDIAN ? "big-endian" : "little-endian");
       Q9DbNode* part = nullptr;
       if (Q9Db_getStaticPart(pdu, &part) == S_OK && part) this->part(part, "always", indent, offset);
@@ -126,8 +145,20 @@ class Dumper {
 
   void part(Q9DbNode* part, const std::string& label, int indent, int32_t offset) {
     std::printf("%*s[%s]\n", indent, "", label.c_str());
+    std::vector<Segment> segments;
+    int32_t start = 0;
+    forEachNode(Q9Db_enumSegments, part, [&](Q9DbNode* record) {
+      Segment s{0, 0, 0, start};
+      Q9Db_getByteOrder(record, &s.order);
+      Q9Db_getBitPosition(record, &s.position);
+      Q9Db_getBitLength(record, &s.length);
+      start += s.length;
+      segments.push_back(s);
+    });
+    parts_.push_back(std::move(segments));
     Q9DbNode* pdu = nullptr;
     if (Q9Db_getReference(part, &pdu) == S_OK && pdu) pduSignals(pdu, indent + 2, offset);
+    parts_.pop_back();
   }
 
   void signal(Q9DbNode* instance, int indent, int32_t offset) {
@@ -150,7 +181,7 @@ class Dumper {
     Q9Db_getMinValue(signal, &minimum);
     Q9Db_getMaxValue(signal, &maximum);
     Q9Db_getDefaultValue(signal, &initial);
-    std::printf("%*s%s  bit %d  %d bit%s  %s  %s", indent, "", displayName(signal).c_str(), position + offset, length,
+    std::printf("%*s%s  bit %d  %d bit%s  %s  %s", indent, "", displayName(signal).c_str(), framePosition(position, offset), length,
                 plural(length),
                 order == Q9_BYTEORDER_BIGENDIAN ? "big-endian" : "little-endian", encodingName(encoding));
     if (coding) {
@@ -174,13 +205,14 @@ class Dumper {
   }
 
   Q9DbNode* db_;
+  std::vector<std::vector<Segment>> parts_;  // of the parts entered, outermost first
 };
 
 }  // namespace
 
-int runDump(const std::vector<std::string>& files) {
+int runDump(const std::vector<std::string>& files, const ImportOptions& options) {
   Network network;
-  if (!importFiles(network, files)) return kExitInputError;
+  if (!importFiles(network, files, options)) return kExitInputError;
   Dumper(network.db()).run();
   return kExitOk;
 }

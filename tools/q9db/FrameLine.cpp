@@ -49,7 +49,7 @@ bool isDecimalNumber(std::string_view text) {
 }
 
 LineResult malformed(std::string_view problem) { return {LineKind::Malformed, problem}; }
-LineResult skipped() { return {LineKind::Skipped, {}}; }
+LineResult noData() { return {LineKind::NoData, {}}; }
 LineResult ok() { return {LineKind::Frame, {}}; }
 
 bool validFdLength(size_t length) {
@@ -77,7 +77,7 @@ LineResult parseIdentifier(std::string_view digits, CanFrame& frame, bool& error
   } else {
     if (id & kErrorFrameFlag) {
       errorFrame = true;
-      return skipped();
+      return noData();
     }
     if (id > kLargestExtendedId) return malformed("extended identifier is above 1FFFFFFF");
     frame.flags = Q9_FLAG_CANEXTENDED;
@@ -99,7 +99,7 @@ LineResult checkLength(const CanFrame& frame, size_t length) {
 // After "ID#": data as hex pairs (dots allowed between bytes), "R" for a
 // remote frame, "#F..." for CAN FD with its flags nibble F.
 LineResult parseLogData(std::string_view text, CanFrame& frame) {
-  if (!text.empty() && (text.front() == 'R' || text.front() == 'r')) return skipped();
+  if (!text.empty() && (text.front() == 'R' || text.front() == 'r')) return noData();
   if (!text.empty() && text.front() == '#') {
     text.remove_prefix(1);
     if (!text.empty() && text.front() == '#') return malformed("CAN XL frames are not supported");
@@ -150,7 +150,7 @@ LineResult parseLiveData(std::string_view text, CanFrame& frame) {
     declared = declared * 10 + static_cast<size_t>(c - '0');
   }
   if (digits.size() == 2) frame.flags |= Q9_FLAG_CANFD_FRAME;  // candump prints FD lengths with two digits
-  if (text.substr(0, 6) == "remote") return skipped();
+  if (text.substr(0, 6) == "remote") return noData();
   LineResult checked = checkLength(frame, declared);
   if (checked.kind != LineKind::Frame) return checked;
   size_t length = 0;
@@ -178,7 +178,7 @@ LineResult parseFrameLine(std::string_view line, CanFrame& frame) {
   frame.length = 0;
   while (!line.empty() && (line.back() == '\r' || line.back() == '\n' || isBlank(line.back()))) line.remove_suffix(1);
   std::string_view rest = skipBlanks(line);
-  if (rest.empty()) return skipped();
+  if (rest.empty()) return {LineKind::Blank, {}};
 
   if (rest.front() == '(') {
     size_t close = rest.find(')');

@@ -22,7 +22,8 @@ struct CanFrame {
 
 enum class LineKind {
   Frame,      // frame holds a data frame
-  Skipped,    // a line that carries no data frame: blank, remote or error frame
+  Blank,      // nothing but blanks
+  NoData,     // a remote or an error frame
   Malformed,  // problem names what is wrong
 };
 

@@ -41,7 +41,9 @@ std::string_view formatPhysical(const Q9DbPhysicalValue& value, char (&buffer)[4
 }
 
 void FrameWriter::begin() {
-  if (format_ == Format::Csv) out_.write("timestamp,interface,identifier,frame,signal,value,unit,text\n");
+  if (format_ == Format::Csv)
+    out_.write(withBytes_ ? "timestamp,interface,identifier,frame,data,signal,value,unit,text\n"
+                          : "timestamp,interface,identifier,frame,signal,value,unit,text\n");
 }
 
 void FrameWriter::writeIdentifier(const CanFrame& frame) {
@@ -58,6 +60,13 @@ void FrameWriter::writeHexBytes(const CanFrame& frame, char separator) {
     char pair[2] = {kHexDigits[frame.data[i] >> 4], kHexDigits[frame.data[i] & 0xF]};
     out_.write(std::string_view(pair, 2));
   }
+}
+
+void FrameWriter::writeLength(const CanFrame& frame) {
+  char digits[4];
+  out_.write('[');
+  out_.write(std::string_view(digits, static_cast<size_t>(std::to_chars(digits, digits + 4, frame.length).ptr - digits)));
+  out_.write(']');
 }
 
 void FrameWriter::writeJsonString(std::string_view text) {
@@ -126,19 +135,48 @@ void FrameWriter::beginFrame(const CanFrame& frame, std::string_view frameName) 
   firstSignal_ = true;
   switch (format_) {
     case Format::Text:
+    case Format::Line:
       writeTextHeading(frame);
+      if (withBytes_) {
+        out_.write(' ');
+        writeLength(frame);
+        out_.write(' ');
+        writeHexBytes(frame, format_ == Format::Text ? ' ' : 0);
+      }
       out_.write(' ');
       out_.write(frameName);
-      out_.write('\n');
+      if (format_ == Format::Text) out_.write('\n');
+      else out_.write(':');
       break;
     case Format::Json:
       writeJsonFrameHead(frame);
       out_.write(",\"frame\":");
       writeJsonString(frameName);
+      if (withBytes_) {
+        out_.write(",\"data\":\"");
+        writeHexBytes(frame, 0);
+        out_.write('"');
+      }
       out_.write(",\"signals\":[");
       break;
     case Format::Csv:
       break;  // each row repeats the frame
+  }
+}
+
+// value[ unit][ (text)], a text value in quotes.
+void FrameWriter::writeValue(const SignalValue& v) {
+  if (!v.isNumber) out_.write('"');
+  out_.write(v.value);
+  if (!v.isNumber) out_.write('"');
+  if (!v.unit.empty()) {
+    out_.write(' ');
+    out_.write(v.unit);
+  }
+  if (!v.text.empty()) {
+    out_.write(" (");
+    out_.write(v.text);
+    out_.write(')');
   }
 }
 
@@ -148,19 +186,14 @@ void FrameWriter::signal(const SignalValue& v) {
       out_.write("  ");
       out_.write(v.name);
       out_.write(" = ");
-      if (!v.isNumber) out_.write('"');
-      out_.write(v.value);
-      if (!v.isNumber) out_.write('"');
-      if (!v.unit.empty()) {
-        out_.write(' ');
-        out_.write(v.unit);
-      }
-      if (!v.text.empty()) {
-        out_.write(" (");
-        out_.write(v.text);
-        out_.write(')');
-      }
+      writeValue(v);
       out_.write('\n');
+      break;
+    case Format::Line:
+      out_.write(firstSignal_ ? " " : "; ");
+      out_.write(v.name);
+      out_.write('=');
+      writeValue(v);
       break;
     case Format::Csv:
       out_.write(frame_->timestamp);
@@ -171,6 +204,10 @@ void FrameWriter::signal(const SignalValue& v) {
       out_.write(',');
       writeCsvField(frameName_);
       out_.write(',');
+      if (withBytes_) {
+        writeHexBytes(*frame_, 0);
+        out_.write(',');
+      }
       writeCsvField(v.name);
       out_.write(',');
       writeCsvField(v.value);
@@ -203,17 +240,18 @@ void FrameWriter::signal(const SignalValue& v) {
 
 void FrameWriter::endFrame() {
   if (format_ == Format::Json) out_.write("]}\n");
+  if (format_ == Format::Line) out_.write('\n');
   frame_ = nullptr;
 }
 
 void FrameWriter::unknownFrame(const CanFrame& frame) {
   switch (format_) {
     case Format::Text:
+    case Format::Line:
       writeTextHeading(frame);
-      out_.write(" (unknown) [");
-      char length[4];
-      out_.write(std::string_view(length, static_cast<size_t>(std::to_chars(length, length + 4, frame.length).ptr - length)));
-      out_.write("] ");
+      out_.write(" (unknown) ");
+      writeLength(frame);
+      out_.write(' ');
       writeHexBytes(frame, ' ');
       out_.write('\n');
       break;
@@ -223,7 +261,13 @@ void FrameWriter::unknownFrame(const CanFrame& frame) {
       writeCsvField(frame.interface);
       out_.write(',');
       writeIdentifier(frame);
-      out_.write(",,,");
+      out_.write(",,");
+      if (withBytes_) {  // the bytes in their own column
+        writeHexBytes(frame, 0);
+        out_.write(",,,,\n");
+        break;
+      }
+      out_.write(',');
       writeHexBytes(frame, 0);
       out_.write(",,\n");
       break;

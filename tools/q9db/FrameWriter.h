@@ -1,5 +1,6 @@
-// Decoded frames as text for people, CSV for spreadsheets, or JSON lines
-// for programs (one object per frame).
+// Decoded frames as text for people (a line per signal, or a line per
+// frame), CSV for spreadsheets, or JSON lines for programs (one object per
+// frame); the frame's bytes beside the values on request.
 #ifndef Q9DB_TOOL_FRAMEWRITER_H
 #define Q9DB_TOOL_FRAMEWRITER_H
 
@@ -11,7 +12,7 @@
 
 namespace q9tool {
 
-enum class Format { Text, Csv, Json };
+enum class Format { Text, Line, Csv, Json };
 
 struct SignalValue {
   std::string_view name;
@@ -32,7 +33,7 @@ std::string_view formatPhysical(const Q9DbPhysicalValue& value, char (&buffer)[4
 
 class FrameWriter {
  public:
-  FrameWriter(Output& out, Format format) : out_(out), format_(format) {}
+  FrameWriter(Output& out, Format format, bool withBytes = false) : out_(out), format_(format), withBytes_(withBytes) {}
 
   void begin();  // the CSV header
   void beginFrame(const CanFrame& frame, std::string_view frameName);
@@ -48,9 +49,12 @@ class FrameWriter {
   void writeCsvField(std::string_view text);
   void writeJsonFrameHead(const CanFrame& frame);
   void writeHexBytes(const CanFrame& frame, char separator);
+  void writeLength(const CanFrame& frame);
+  void writeValue(const SignalValue& v);
 
   Output& out_;
   Format format_;
+  bool withBytes_;
   const CanFrame* frame_ = nullptr;
   std::string_view frameName_;
   bool firstSignal_ = true;

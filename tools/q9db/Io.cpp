@@ -2,7 +2,10 @@
 
 #include <unistd.h>
 
+#include <fcntl.h>
+
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 namespace q9tool {
@@ -12,8 +15,12 @@ void Output::writeThrough(std::string_view text) {
   while (good_ && done < text.size()) {
     ssize_t n = ::write(fd_, text.data() + done, text.size() - done);
     if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) good_ = false;
-    else done += static_cast<size_t>(n);
+    if (n <= 0) {
+      good_ = false;
+      error_ = n < 0 ? errno : ENOSPC;
+    } else {
+      done += static_cast<size_t>(n);
+    }
   }
 }
 
@@ -31,15 +38,11 @@ bool LineReader::fill() {
   }
   if (end_ == buffer_.size()) buffer_.resize(buffer_.size() * 2);  // a line longer than the buffer
   if (output_) output_->flush();
-  for (;;) {
-    ssize_t n = ::read(fd_, buffer_.data() + end_, buffer_.size() - end_);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) failed_ = true;
-    if (n <= 0) return false;
-    end_ += static_cast<size_t>(n);
-    bytesRead_ += static_cast<unsigned long long>(n);
-    return true;
-  }
+  long n = input_.read(buffer_.data() + end_, buffer_.size() - end_);
+  if (n < 0) failed_ = true;
+  if (n <= 0) return false;
+  end_ += static_cast<size_t>(n);
+  return true;
 }
 
 bool LineReader::next(std::string_view& line) {
@@ -64,6 +67,34 @@ bool LineReader::next(std::string_view& line) {
       return true;
     }
   }
+}
+
+bool standardOutputWritten() {
+  bool failed = std::fflush(stdout) != 0 || std::ferror(stdout);
+  int error = errno;
+  if (!failed || error == EPIPE) return true;
+  std::fprintf(stderr, "q9db: standard output: %s\n", std::strerror(error ? error : EIO));
+  return false;
+}
+
+bool copyFile(const std::string& path, int fd, std::string& error) {
+  int from = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (from < 0) {
+    error = path + ": " + std::strerror(errno);
+    return false;
+  }
+  Output out(fd);
+  char buffer[1 << 16];
+  for (;;) {
+    ssize_t n = ::read(from, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) error = path + ": " + std::strerror(errno);
+    if (n <= 0) break;
+    out.write(std::string_view(buffer, static_cast<size_t>(n)));
+  }
+  ::close(from);
+  if (!out.flush() && error.empty()) error = std::strerror(out.error());
+  return error.empty();
 }
 
 }  // namespace q9tool

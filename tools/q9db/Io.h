@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "InputStream.h"
+
 namespace q9tool {
 
 class Output {
@@ -37,12 +39,15 @@ class Output {
   // False once a write has failed (a closed pipe, a full disk).
   bool flush();
   bool good() const { return good_; }
+  // The errno of the failed write; EPIPE when the reader went away.
+  int error() const { return error_; }
 
  private:
   static constexpr size_t kCapacity = 1 << 16;
   void writeThrough(std::string_view text);
   int fd_;
   bool good_ = true;
+  int error_ = 0;
   std::unique_ptr<char[]> buffer_;
   size_t used_ = 0;
 };
@@ -51,18 +56,21 @@ class LineReader {
  public:
   // Before each read that may block, the output is flushed: a live capture
   // piped in shows its frames as they come.
-  LineReader(int fd, Output* flushBeforeWaiting) : fd_(fd), output_(flushBeforeWaiting), buffer_(1 << 16) {}
+  LineReader(InputStream& input, Output* flushBeforeWaiting)
+      : input_(input), output_(flushBeforeWaiting), buffer_(1 << 16) {}
 
   // The next line without its end, valid until the next call; false at the
   // end of the input or on a read error (see failed).
   bool next(std::string_view& line);
   bool failed() const { return failed_; }
+  const std::string& error() const { return input_.error(); }
   unsigned long long lineNumber() const { return lineNumber_; }
-  unsigned long long bytesRead() const { return bytesRead_; }
+  // Bytes taken from the file (compressed ones for a compressed file).
+  unsigned long long bytesRead() const { return input_.consumed(); }
 
  private:
   bool fill();
-  int fd_;
+  InputStream& input_;
   Output* output_;
   std::vector<char> buffer_;
   size_t begin_ = 0;
@@ -70,8 +78,16 @@ class LineReader {
   bool atEnd_ = false;
   bool failed_ = false;
   unsigned long long lineNumber_ = 0;
-  unsigned long long bytesRead_ = 0;
 };
+
+// Writes the buffer of stdio's standard output and tells whether everything
+// written there arrived; if not, says so on standard error. A reader that
+// went away (head, a closed pipe) is no error.
+bool standardOutputWritten();
+
+// Copies the file at path to fd; false with error set when a read or a
+// write fails.
+bool copyFile(const std::string& path, int fd, std::string& error);
 
 }  // namespace q9tool
 

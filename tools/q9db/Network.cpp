@@ -1,6 +1,12 @@
 #include "Network.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <new>
+#include <unistd.h>
 
 #include "Nodes.h"
 #include "Text.h"
@@ -11,15 +17,19 @@ int32_t ReportCollector::collect(void* context, const FilterReportRecord* record
   auto* self = static_cast<ReportCollector*>(context);
   const char* bytes = static_cast<const char*>(record->text);
   if (!bytes) return 0;
-  // Both forms come with 0 and 0 when the host closes a failed call, and a
-  // script's summary may too. Host texts begin with a character below
-  // U+0100, whose UTF-16 form has a zero second byte; no script's UTF-8
-  // text is a single byte long.
-  if (record->first == 0 && record->second == 0 && bytes[0] != 0 && bytes[1] == 0) {
-    self->hostMessage = utf8(static_cast<const char16_t*>(record->text));
-    return 0;
+  try {
+    // Both forms come with 0 and 0 when the host closes a failed call, and a
+    // script's summary may too. Host texts begin with a character below
+    // U+0100, whose UTF-16 form has a zero second byte; no script's UTF-8
+    // text is a single byte long.
+    if (record->first == 0 && record->second == 0 && bytes[0] != 0 && bytes[1] == 0) {
+      self->hostMessage_ = utf8(static_cast<const char16_t*>(record->text));
+      return 0;
+    }
+    self->keep({record->first, record->second, bytes});
+  } catch (...) {
+    self->lostReports_ = true;  // out of memory: said after the call
   }
-  self->scriptReports->push_back({record->first, record->second, bytes});
   return 0;
 }
 
@@ -29,28 +39,70 @@ Network::~Network() {
   if (db_) Q9Db_destroy(db_);
 }
 
-bool Network::import(const std::string& path, std::string& error) {
+namespace {
+
+// The reader's messages begin with the file's name (and line and column);
+// others get it put in front.
+std::string namingTheFile(const std::string& path, const std::string& text) {
+  if (text.compare(0, path.size(), path) == 0) return text;
+  return path + ": " + text;
+}
+
+}  // namespace
+
+bool Network::import(const std::string& path, std::string& error, ReportCollector* given) {
   if (!db_) {
     error = path + ": no database could be made (out of memory)";
     return false;
   }
-  ReportCollector collector{&reports_, {}};
-  size_t before = reports_.size();
+  // A file that can't be opened is said so plainly, before any filter runs.
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    error = path + ": cannot open: " + std::strerror(errno);
+    return false;
+  }
+  ::close(fd);
+  std::vector<Q9DbNode*> before = canChannels();
+  ReportCollector own(reports_);
+  ReportCollector& collector = given ? *given : own;
+  size_t reportsBefore = reports_.size();
   std::u16string widePath = utf16(path);
   HRESULT status = Q9Db_importFile(db_, nullptr, widePath.c_str(), nullptr, &collector, &ReportCollector::collect);
-  if (SUCCEEDED(status)) return true;
-  std::string reason = collector.hostMessage;
-  if (reason.empty() && reports_.size() > before) reason = reports_.back().text;
-  char code[32];
-  std::snprintf(code, sizeof code, "status 0x%08X", static_cast<unsigned>(status));
-  error = path + ": import failed (" + code + ")" + (reason.empty() ? "" : ": " + reason);
+  if (collector.lostReports()) {
+    error = path + ": out of memory while keeping the import's report";
+    return false;
+  }
+  if (SUCCEEDED(status)) {
+    Imported imported{path, {}};
+    for (Q9DbNode* channel : canChannels())
+      if (std::find(before.begin(), before.end(), channel) == before.end()) imported.channels.push_back(channel);
+    imported_.push_back(std::move(imported));
+    return true;
+  }
+  std::string reason = collector.hostMessage();
+  if (reason.empty() && reports_.size() > reportsBefore) reason = reports_.back().text;
+  if (status == E_OUTOFMEMORY) reason = "out of memory";
+  if (reason.empty()) reason = "the import failed";
+  error = namingTheFile(path, reason);
   return false;
 }
 
-bool importFiles(Network& network, const std::vector<std::string>& files) {
+bool importFiles(Network& network, const std::vector<std::string>& files, const ImportOptions& options) {
   for (const std::string& file : files) {
     std::string error;
-    if (!network.import(file, error)) {
+    size_t before = network.reports().size();
+    bool imported = network.import(file, error);
+    if (!options.quiet) {
+      const std::vector<ImportReport>& reports = network.reports();
+      for (size_t i = before; i < reports.size(); ++i) {
+        // The reader's last warning of an unusable file is the failure itself.
+        if (!imported && i + 1 == reports.size() && namingTheFile(file, reports[i].text).compare(0, error.size(), error) == 0)
+          break;
+        if (reports[i].first == 1)
+          std::fprintf(stderr, "q9db: warning: %s\n", namingTheFile(file, reports[i].text).c_str());
+      }
+    }
+    if (!imported) {
       std::fprintf(stderr, "q9db: %s\n", error.c_str());
       return false;
     }
@@ -68,6 +120,12 @@ std::vector<Q9DbNode*> Network::canChannels() const {
     });
   });
   return channels;
+}
+
+std::vector<Q9DbNode*> Network::canChannelsOf(const std::string& path) const {
+  for (const Imported& imported : imported_)
+    if (imported.path == path) return imported.channels;
+  return {};
 }
 
 }  // namespace q9tool

@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <cmath>
 #include <cstdio>
 #include <unordered_map>
@@ -121,7 +123,7 @@ struct Waiting {
 
 int runSimulate(const SimulateOptions& options) {
   Network network;
-  if (!importFiles(network, options.files)) return kExitInputError;
+  if (!importFiles(network, options.files, options.import)) return kExitInputError;
   std::vector<SentFrame> frames = canFrames(network);
   if (frames.empty()) {
     std::fprintf(stderr, "q9db: no CAN frame to send in %s\n",
@@ -174,7 +176,11 @@ int runSimulate(const SimulateOptions& options) {
       writeLogLine(out, {options.startMicroseconds + now * 1000, options.interface, w.frame->identifier, w.frame->flags, w.data,
                          w.length});
   }
-  out.flush();  // a reader that went away (head, a closed pipe) is no error of ours
+  // A reader that went away (head, a closed pipe) is no error of ours.
+  if (!out.flush() && out.error() != EPIPE) {
+    std::fprintf(stderr, "q9db: standard output: %s\n", std::strerror(out.error()));
+    return kExitInputError;
+  }
   return kExitOk;
 }
 
