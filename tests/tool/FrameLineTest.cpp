@@ -64,18 +64,26 @@ INSTANTIATE_TEST_SUITE_P(
                  {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}},
         GoodLine{"\tcan0\t123\t[1]\tff", "", "can0", 0x123, kStd, {0xFF}}));
 
-class SkippedLines : public ::testing::TestWithParam<const char*> {};
+struct SkippedLine {
+  const char* line;
+  LineKind kind;
+};
+void PrintTo(const SkippedLine& c, std::ostream* os) { *os << c.line; }
+
+class SkippedLines : public ::testing::TestWithParam<SkippedLine> {};
 
 TEST_P(SkippedLines, CarryNoFrame) {
   CanFrame frame;
-  auto result = parseFrameLine(GetParam(), frame);
-  EXPECT_EQ(result.kind, LineKind::Skipped) << GetParam() << ": " << result.problem;
+  auto result = parseFrameLine(GetParam().line, frame);
+  EXPECT_EQ(result.kind, GetParam().kind) << GetParam().line << ": " << result.problem;
 }
 
 INSTANTIATE_TEST_SUITE_P(FrameLine, SkippedLines,
-                         ::testing::Values("", "   \r", "(1.0) can0 123#R", "(1.0) can0 12345678#R4",
-                                           "(1.0) can0 20000080#0000000000000000",
-                                           "  can0  123   [4]  remote request"));
+                         ::testing::Values(SkippedLine{"", LineKind::Blank}, SkippedLine{"   \r", LineKind::Blank},
+                                           SkippedLine{"(1.0) can0 123#R", LineKind::NoData},
+                                           SkippedLine{"(1.0) can0 12345678#R4", LineKind::NoData},
+                                           SkippedLine{"(1.0) can0 20000080#0000000000000000", LineKind::NoData},
+                                           SkippedLine{"  can0  123   [4]  remote request", LineKind::NoData}));
 
 struct BadLine {
   const char* line;

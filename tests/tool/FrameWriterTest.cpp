@@ -36,11 +36,13 @@ struct Case {
   const char* line;
   void (*write)(FrameWriter&, const CanFrame&);
   const char* expected;
+  bool bytes = false;  // the frame's bytes beside the values
 };
 // Test names show the format, the kind of frame and its line.
 void PrintTo(const Case& c, std::ostream* os) {
-  const char* formats[] = {"text", "csv", "json"};
-  *os << formats[static_cast<int>(c.format)] << (c.write == unknown ? " unknown " : " ") << c.line;
+  const char* formats[] = {"text", "line", "csv", "json"};
+  *os << formats[static_cast<int>(c.format)] << (c.bytes ? " bytes" : "") << (c.write == unknown ? " unknown " : " ")
+      << c.line;
 }
 
 class Output_ : public ::testing::TestWithParam<Case> {};
@@ -49,7 +51,7 @@ TEST_P(Output_, ReadsAsItShould) {
   const Case& c = GetParam();
   const CanFrame frame = sampleFrame(c.line);
   EXPECT_EQ(captured([&](Output& out) {
-              FrameWriter writer(out, c.format);
+              FrameWriter writer(out, c.format, c.bytes);
               c.write(writer, frame);
             }),
             c.expected);
@@ -69,7 +71,21 @@ INSTANTIATE_TEST_SUITE_P(
              "{\"timestamp\":null,\"interface\":\"can0\",\"identifier\":\"7FF\",\"extended\":false,\"fd\":false,"
              "\"frame\":\"Engine\\\"Data\",\"signals\":[{\"name\":\"Speed\",\"value\":128.25,\"unit\":\"rpm\"},"
              "{\"name\":\"State\",\"value\":1,\"text\":\"On, \\\"idle\\\"\"},{\"name\":\"Vin\",\"value\":\"AB\\u0001\"}]}\n"},
+        Case{Format::Line, "(12.5) can0 100#01", twoSignals,
+             "12.5 can0 100 Engine\"Data: Speed=128.25 rpm; State=1 (On, \"idle\"); Vin=\"AB\x01\"\n"},
+        Case{Format::Line, "(12.5) can0 100#01A2", twoSignals,
+             "12.5 can0 100 [2] 01A2 Engine\"Data: Speed=128.25 rpm; State=1 (On, \"idle\"); Vin=\"AB\x01\"\n", true},
+        Case{Format::Text, "(12.5) can0 100#01A2", twoSignals,
+             "12.5 can0 100 [2] 01 A2 Engine\"Data\n  Speed = 128.25 rpm\n  State = 1 (On, \"idle\")\n  Vin = \"AB\x01\"\n",
+             true},
+        Case{Format::Csv, "(1) can0 100#01", twoSignals,
+             "timestamp,interface,identifier,frame,data,signal,value,unit,text\n"
+             "1,can0,100,\"Engine\"\"Data\",01,Speed,128.25,rpm,\n"
+             "1,can0,100,\"Engine\"\"Data\",01,State,1,,\"On, \"\"idle\"\"\"\n"
+             "1,can0,100,\"Engine\"\"Data\",01,Vin,AB\x01,,\n",
+             true},
         Case{Format::Text, "(3.25) can1 00000001##1A0B0", unknown, "3.25 can1 00000001 (unknown) [2] A0 B0\n"},
+        Case{Format::Csv, "(3.25) can1 001#A0B0", unknown, "3.25,can1,001,,A0B0,,,,\n", true},
         Case{Format::Csv, "(3.25) can1 001#A0B0", unknown, "3.25,can1,001,,,A0B0,,\n"},
         Case{Format::Json, "(3.25) can1 001##0A0B0", unknown,
              "{\"timestamp\":3.25,\"interface\":\"can1\",\"identifier\":\"001\",\"extended\":false,\"fd\":true,"

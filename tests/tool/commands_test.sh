@@ -46,7 +46,6 @@ done <<TABLE
 no command|
 unknown command|frobnicate
 decode without file|decode
-missing description file|decode $scratch/none.dbc
 unknown format|decode $dbc --format xml
 simulate without duration|simulate $dbc
 zero duration|simulate $dbc --duration 0
@@ -55,8 +54,13 @@ interface with a blank|simulate $dbc --duration 1 --interface a(b
 start that is no timestamp|simulate $dbc --duration 1 --start 12.5e3
 convert without output|convert $dbc
 TABLE
-run "missing file named" 2 "$q9db" dump "$scratch/none.dbc"
-has err "none.dbc"
+run "missing description file" 1 "$q9db" dump "$scratch/none.dbc"
+has err "none.dbc: cannot open: No such file or directory"
+run "bad --format" 2 "$q9db" decode "$dbc" --format xml
+has err "--format: 'xml' is none of text, line, csv, json"
+lacks err "->"
+run "version" 0 "$q9db" --version
+has out "q9db 0."
 for command in "" decode simulate dump dot info convert; do
   # shellcheck disable=SC2086
   run "help of '$command'" 0 "$q9db" $command --help
@@ -75,17 +79,18 @@ while IFS='|' read -r name message args; do
   # shellcheck disable=SC2086
   run "input: $name" 1 "$q9db" $args
   has err "$message"
+  lacks err "status 0x"
 done <<TABLE
-unknown kind of file|junk.txt: import failed|decode $scratch/junk.txt --log /dev/null
-unusable DBC|unusable.dbc:1:18: message size expected but found 'eight'|decode $unusable --log /dev/null
-unusable DBC dumped|unusable.dbc: import failed|dump $unusable
-unusable DBC simulated|unusable.dbc: import failed|simulate $unusable --duration 1
+unknown kind of file|junk.txt: not a file format this package reads|decode $scratch/junk.txt --log /dev/null
+unusable DBC|q9db: $unusable:1:18: message size expected but found 'eight'|decode $unusable --log /dev/null
+unusable DBC dumped|q9db: $unusable:1:18: message size expected|dump $unusable
+unusable DBC simulated|q9db: $unusable:1:18: message size expected|simulate $unusable --duration 1
 missing capture|none.log: cannot open: No such file or directory|decode $dbc --log $scratch/none.log
 folder as capture|read error after line 0: Is a directory|decode $dbc --log $scratch
-no CAN channel to decode on|no CAN channel in $ldf|decode $ldf --log $capture
+no CAN channel to decode on|no CAN bus is described in $ldf|decode $ldf --log $capture
 no CAN frame to simulate|no CAN frame to send in $ldf|simulate $ldf --duration 1
 info of an unknown kind of file|junk.txt: no filter reads this kind of file|info $scratch/junk.txt
-dot into a missing folder|cannot write the graph|dot $dbc -o $scratch/no/graph.dot
+dot into a missing folder|graph.dot: cannot write: No such file or directory|dot $dbc -o $scratch/no/graph.dot
 TABLE
 
 # The bundled capture is what its script makes, so it can be made again.
@@ -237,6 +242,131 @@ run "convert" 0 "$q9db" convert "$dbc" "$scratch/again.dbc"
 "$q9db" decode "$dbc" --log "$capture" >"$scratch/first.txt"
 "$q9db" decode "$scratch/again.dbc" --log "$capture" >"$scratch/second.txt"
 cmp -s "$scratch/first.txt" "$scratch/second.txt" || fail "convert: the exported DBC decodes the capture differently"
+
+# Nothing passes in silence: a frame of a known identifier that doesn't fit
+# its description says why, and every kind is counted at the end.
+data=$2/tests/tool/data
+run "frames that don't fit" 0 "$q9db" decode "$dbc" --log "$data/mismatches.log"
+while IFS= read -r message; do has err "$message"; done <<'TABLE'
+mismatches.log:1: 0C8 not decoded: 2 bytes, EngineStatus has 8
+mismatches.log:2: 0C8 not decoded: logged as CAN FD, EngineStatus is a classic CAN frame
+mismatches.log:3: 500 not decoded: logged as classic CAN, ObjectList is a CAN FD frame
+mismatches.log:4: 000000C8 not decoded: an extended identifier, EngineStatus has a standard one
+mismatches.log:6: 1A2 not decoded: 8 bytes, BrakeStatus has 6
+mismatches.log: 2 frames of a known identifier but another length
+mismatches.log: 2 frames of a known identifier in the other CAN form (FD or classic)
+TABLE
+[ "$(grep -c EngineStatus <<<"$out")" -eq 1 ] || fail "frames that don't fit: the fitting one decodes: $out"
+run "frames that don't fit, quietly" 0 "$q9db" decode "$dbc" --log "$data/mismatches.log" -q
+lacks err "not decoded"
+has err "mismatches.log: 2 frames of a known identifier but another length"
+has err "mismatches.log: 1 frame of a known identifier with the other identifier type"
+run "frames that don't fit, one report of a kind" 0 "$q9db" decode "$dbc" --log "$data/mismatches.log" --max-reports 1
+has err "further frames of a known identifier but another length are counted, not shown (--max-reports)"
+lacks err "mismatches.log:6:"
+
+# Import warnings: once, by every command that imports; --quiet hides them.
+warned=$2/tests/import/data/tolerant/comment_without_keyword.dbc
+warning="comment_without_keyword.dbc:8:5: comment names object 145 without BO_"
+for command in "dump $warned" "decode $warned --log /dev/null" "simulate $warned -d 0.01" \
+               "convert $warned $scratch/warned.dbc" "dot $warned -o $scratch/warned.dot"; do
+  # shellcheck disable=SC2086
+  run "import warning: $command" 0 "$q9db" $command
+  [ "$(grep -c "warning: .*$warning" <<<"$err")" -eq 1 ] || fail "$current: the warning not shown once: $err"
+  # shellcheck disable=SC2086
+  run "import warning, quiet: $command" 0 "$q9db" $command --quiet
+  lacks err "$warning"
+done
+
+# Output errors are input/output errors, on every command; a reader that
+# goes away is none.
+for command in "decode $dbc --log $capture" "dump $dbc" "dot $dbc -o -" "info $dbc" "simulate $dbc -d 1"; do
+  # shellcheck disable=SC2086
+  "$q9db" $command >/dev/full 2>"$scratch/err"
+  status=$?
+  [ "$status" -eq 1 ] || fail "full disk: $command: status $status"
+  grep -q "No space left on device" "$scratch/err" || fail "full disk: $command: $(cat "$scratch/err")"
+done 2>/dev/null
+"$q9db" decode "$dbc" --log "$capture" 2>"$scratch/err" | head -n 1 >/dev/null
+[ "${PIPESTATUS[0]}" -eq 0 ] || fail "decode into a closed pipe: status ${PIPESTATUS[0]}"
+
+# Binding a description to a bus: can1's frames decode with body.dbc alone.
+run "both files on every bus" 0 "$q9db" decode "$data/chassis.dbc" "$data/body.dbc" --log "$data/two_buses.log" -f line
+has out "2.001000 can1 100 SteeringWheel: WheelAngle=102.5 deg"
+has out "2.001000 can1 100 DoorLocks: LockState=1; DoorCount=4"
+run "one file per bus" 0 "$q9db" decode -b can0="$data/chassis.dbc" --bus can1="$data/body.dbc" --log "$data/two_buses.log" -f line
+has out "2.000000 can0 100 SteeringWheel: WheelAngle=100 deg"
+has out "2.001000 can1 100 DoorLocks: LockState=1; DoorCount=4"
+lacks out "can1 100 SteeringWheel"
+has err "two_buses.log:3: can2: no description is bound to this bus; its frames are passed over"
+has err "two_buses.log: 2 frames on buses that no description is bound to"
+run "a bus for the rest" 0 "$q9db" decode "$data/chassis.dbc" -b can1="$data/body.dbc" --log "$data/two_buses.log" -f line
+has out "2.002000 can2 100 SteeringWheel"
+lacks out "can1 100 SteeringWheel"
+run "bad binding" 2 "$q9db" decode -b can1 --log /dev/null
+has err "'can1' is no binding: INTERFACE=FILE"
+run "binding a file without CAN" 1 "$q9db" decode -b can1="$ldf" --log /dev/null
+has err "no CAN bus is described in it, so it can't be bound to can1"
+
+# Filters, the frame's bytes, one line per frame, timestamps, J1939.
+while IFS='|' read -r name args expected unexpected; do
+  # shellcheck disable=SC2086
+  run "filter: $name" 0 "$q9db" decode "$dbc" --log "$capture" $args
+  has out "$expected"
+  [ -z "$unexpected" ] || lacks out "$unexpected"
+done <<'TABLE'
+identifier and mask|--id 0C8:7FF -f line|can0 0C8 EngineStatus:|GearboxStatus
+identifier, inverted|--id 0C8~7FF -f line|can0 0D0 GearboxStatus:|EngineStatus
+extended identifier|--id 18FEF117 -f line|BatteryStatus|EngineStatus
+frame pattern|--frame Wheel* -f line|WheelSpeeds: WheelSpeedFL=|EngineStatus
+signal|--signal EngineSpeed --signal Gear* -f line|EngineStatus: EngineSpeed=1150.25 rpm|CoolantTemp
+signal in the text form|-s WindowFL|  WindowFL = 40 %|WindowFR
+bytes in one line|-r -f line -t z|0.000000 can0 0C8 [8] |ZZZ
+bytes beside values|--raw --id 180|can0 180 [8] |ZZZ
+time from the frame before|-t d -f line --id 0C8|0.010000 can0 0C8 EngineStatus|1700000000.010000
+TABLE
+run "signal filter keeps frames with the signal" 0 "$q9db" decode "$dbc" --log "$capture" -s EngineSpeed -f line
+[ "$(wc -l <<<"$out")" -eq "$(grep -c ' 0C8#' "$capture")" ] || fail "signal filter: one line per EngineStatus"
+run "bad identifier filter" 2 "$q9db" decode "$dbc" --id 0C8:XYZ --log /dev/null
+has err "'0C8:XYZ' is no identifier filter"
+run "J1939 by parameter group" 0 "$q9db" decode "$dbc" --j1939 --log "$data/j1939.log" -f line
+[ "$(grep -c BatteryStatus <<<"$out")" -eq 3 ] || fail "J1939: other source and priority decode: $out"
+run "J1939 off" 0 "$q9db" decode "$dbc" --log "$data/j1939.log" -f line
+[ "$(grep -c BatteryStatus <<<"$out")" -eq 1 ] || fail "J1939 off: only the described identifier decodes"
+has err "j1939.log: 2 frames of identifiers no description knows passed over"
+
+# Compressed captures, from a file or a pipe; a cut one is an input error.
+"$q9db" decode "$dbc" --log "$capture" >"$scratch/plain.txt"
+gzip -c "$capture" >"$scratch/capture.log.gz"
+xz -c "$capture" >"$scratch/capture.log.xz"
+for compressed in "$scratch/capture.log.gz" "$scratch/capture.log.xz"; do
+  "$q9db" decode "$dbc" --log "$compressed" >"$scratch/unpacked.txt" || fail "decode $compressed: status $?"
+  cmp -s "$scratch/plain.txt" "$scratch/unpacked.txt" || fail "decode $compressed: not the plain capture's frames"
+  "$q9db" decode "$dbc" <"$compressed" >"$scratch/unpacked.txt" || fail "decode $compressed from a pipe: status $?"
+  cmp -s "$scratch/plain.txt" "$scratch/unpacked.txt" || fail "decode $compressed from a pipe differs"
+done
+head -c 2000 "$scratch/capture.log.gz" >"$scratch/cut.log.gz"
+run "a cut gzip capture" 1 "$q9db" decode "$dbc" --log "$scratch/cut.log.gz"
+has err "gzip: the data ends before the stream does"
+
+# dump shows the positions of multiplexed signals in the frame, as the file does.
+run "dump: multiplexed positions" 0 "$q9db" dump "$dbc" "$2/tests/import/data/tolerant/multiplexing_two_levels.dbc"
+has out "CabinTemp  bit 8  8 bits"
+has out "WindowFR  bit 16  7 bits"
+has out "Multiplexed by the switch at bit 8, 4 bits"
+has out "Deep  bit 16  8 bits"
+
+# convert says which cause failed it.
+while IFS='|' read -r name args message; do
+  # shellcheck disable=SC2086
+  run "convert: $name" 1 "$q9db" convert $args
+  has err "$message"
+  lacks err "status 0x"
+done <<TABLE
+no CAN bus for a DBC|$ldf $scratch/seats.dbc|seats.dbc: the database holds no CAN cluster to export
+unknown extension|$dbc $scratch/vehicle.xyz|vehicle.xyz: no export filter writes files of this kind
+unwritable path|$dbc $scratch/no/vehicle.dbc|vehicle.dbc: the file can't be written
+TABLE
 
 [ "$failures" -eq 0 ] && echo "all command checks passed"
 exit $((failures > 0))
