@@ -16,7 +16,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source_dir=$PWD
 build=${Q9DB_FUZZ_BUILD:-build-fuzz}
-all_targets=(dbc_reader ldf_reader dbc_engine ldf_engine dbc_roundtrip decoder bit_field)
+all_targets=(dbc_reader ldf_reader dbc_engine ldf_engine dbc_roundtrip decoder bit_field log_line)
 
 die() { echo "fuzz/run.sh: $*" >&2; exit 2; }
 
@@ -44,6 +44,7 @@ dictionary() {
   case $1 in
     dbc_reader|dbc_engine|dbc_roundtrip) echo "-dict=$source_dir/fuzz/dbc.dict" ;;
     ldf_reader|ldf_engine) echo "-dict=$source_dir/fuzz/ldf.dict" ;;
+    log_line) echo "-dict=$source_dir/fuzz/log_line.dict" ;;
   esac
 }
 

@@ -104,6 +104,7 @@ TEST_P(MalformedLines, NameWhatIsWrong) {
 INSTANTIATE_TEST_SUITE_P(
     FrameLine, MalformedLines,
     ::testing::Values(BadLine{"(1.0 can0 123#11", "closing ')'"},
+                      BadLine{"(2.0)(can0 123#11", "interface name holds"},
                       BadLine{"() can0 123#11", "timestamp is empty"},
                       BadLine{"(1.0x) can0 123#11", "timestamp is not seconds"},
                       BadLine{"(1..0) can0 123#11", "timestamp is not seconds"},

@@ -192,6 +192,9 @@ LineResult parseFrameLine(std::string_view line, CanFrame& frame) {
 
   frame.interface = takeToken(rest);
   if (frame.interface.empty()) return malformed("interface name is missing");
+  // Such a name would read back as a timestamp or a frame.
+  if (frame.interface.find_first_of("()#") != std::string_view::npos)
+    return malformed("interface name holds '(', ')' or '#'");
   if (rest.empty()) return malformed("frame is missing after the interface name");
 
   // The log form has a '#' in the word after the interface: the identifier
