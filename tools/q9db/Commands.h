@@ -9,6 +9,10 @@
 
 #include "FrameWriter.h"
 
+namespace CLI {
+class App;
+}
+
 namespace q9tool {
 
 constexpr int kExitOk = 0;
@@ -32,6 +36,17 @@ struct SimulateOptions {
   uint64_t startMicroseconds = 1700000000000000;  // timestamp of the first step
 };
 int runSimulate(const SimulateOptions& options);
+
+struct StatsOptions {
+  std::vector<std::string> files;
+  std::string log;  // empty or "-": standard input
+  Format format = Format::Text;
+  uint32_t bitrate = 500000;       // nominal, bit/s
+  uint32_t dataBitrate = 2000000;  // CAN FD data phase with bit rate switch
+};
+int runStats(const StatsOptions& options);
+// Adds the stats subcommand, its help and options, to app.
+CLI::App* addStatsCommand(CLI::App& app, StatsOptions& options);
 
 int runDump(const std::vector<std::string>& files);
 int runDot(const std::vector<std::string>& files, const std::string& output);

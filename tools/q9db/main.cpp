@@ -75,6 +75,9 @@ int main(int argc, char** argv) {
           "Timestamp of the first frames, in seconds")
       ->default_str("1700000000.000000");
 
+  StatsOptions stats;
+  CLI::App* statsCommand = addStatsCommand(app, stats);
+
   std::vector<std::string> dumpFiles;
   CLI::App* dumpCommand = app.add_subcommand(
       "dump", "Print clusters, channels, ECUs, frames and their signals of the imported files");
@@ -106,6 +109,7 @@ int main(int argc, char** argv) {
   }
   if (*decodeCommand) status = runDecode(decode);
   else if (*simulateCommand) status = runSimulate(simulate);
+  else if (*statsCommand) status = runStats(stats);
   else if (*dumpCommand) status = runDump(dumpFiles);
   else if (*dotCommand) status = runDot(dotFiles, dotOutput);
   else if (*infoCommand) status = runInfo(infoFile);
