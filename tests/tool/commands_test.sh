@@ -367,6 +367,51 @@ no CAN bus for a DBC|$ldf $scratch/seats.dbc|seats.dbc: the database holds no CA
 unknown extension|$dbc $scratch/vehicle.xyz|vehicle.xyz: no export filter writes files of this kind
 unwritable path|$dbc $scratch/no/vehicle.dbc|vehicle.dbc: the file can't be written
 TABLE
+# stats: a capture with a cycle that jitters, a frame of the wrong length,
+# an unknown identifier, a remote frame and a line without timestamp; can1
+# holds three dominant frames of 53 bits each, 1 ms apart.
+statslog=$2/tests/tool/data/stats.log
+run "stats text" 0 "$q9db" stats "$dbc" --log "$statslog"
+out=$(tr -s ' ' <<<"$out")
+while IFS= read -r line; do has out "$line"; done <<'TABLE'
+can0 0C8 EngineStatus 5 10.000 9.300 10.500 10 0.700 0.442 8 0 8
+can0 0D0 GearboxStatus 1 - - - 20 - - 8 0 8
+can0 1A2 BrakeStatus 2 50.000 50.000 50.000 50 0.000 0.000 6 1 6 (1), 8 (1)
+can0 7FF (unknown) 2 10.000 10.000 10.000 - - 0.000 - - 1
+can1 3 0.002000 15.90
+unknown identifiers: 2 (5 frames)
+described frames not seen: SteeringStatus (180), WheelSpeeds (1A0), ClimateRequest (2F0)
+TABLE
+has err "stats.log: frames without a timestamp: 1"
+has err "stats.log: remote or error frames: 1"
+run "stats csv" 0 "$q9db" stats "$dbc" --log "$statslog" --format csv
+has out "frame,can0,1A2,false,BrakeStatus,2,50.000,50.000,50.000,50,0.000,0.000,6,false,1,\"6 (1), 8 (1)\",,,,"
+has out "interface,can1,,,,3,,,,,,,,,,,0.002000,159,0,15.90"
+has out "not_seen,,500,false,ObjectList,0,,,,50,,,64,true,,,,,,"
+run "stats json" 0 "$q9db" stats "$dbc" --log "$statslog" --format json --bitrate 250000
+/usr/bin/python3 -c '
+import json, sys
+d = json.load(sys.stdin)
+engine = d["frames"][0]
+assert (engine["frame"], engine["count"], engine["jitter_ms"], engine["period_ms"]["stddev"]) == ("EngineStatus", 5, 0.7, 0.442), engine
+assert [f["mismatched"] for f in d["frames"]] == [0, 0, 1, None, None], d["frames"]
+assert [b["load_percent"] for b in d["interfaces"]][1] == 31.8, d["interfaces"]
+assert (d["unknown_identifiers"], d["untimed_frames"], d["skipped_frames"]) == (2, 1, 1), d
+' <<<"$out" || fail "stats json: does not parse or holds other values: $(head -c 600 <<<"$out")"
+run "stats of the bundled capture" 0 "$q9db" stats "$dbc" --log "$capture"
+has out "described frames not seen: none"
+lacks err "q9db"
+while IFS='|' read -r name expected message args; do
+  # shellcheck disable=SC2086
+  run "stats: $name" "$expected" "$q9db" stats $args
+  has err "$message"
+done <<TABLE
+bit rate out of range|2|--bitrate: Value 5000000 not in range|$dbc --bitrate 5000000
+missing capture|1|none.log: cannot open|$dbc --log $scratch/none.log
+malformed line|1|mixed.log:3: identifier must have 3 or 8 hex digits|$dbc --log $scratch/mixed.log
+TABLE
+"$q9db" stats "$dbc" --log "$statslog" >/dev/full 2>"$scratch/err" && fail "stats to /dev/full: status 0"
+grep -q "standard output: No space left on device" "$scratch/err" || fail "stats to /dev/full: no message: $(cat "$scratch/err")"
 
 [ "$failures" -eq 0 ] && echo "all command checks passed"
 exit $((failures > 0))

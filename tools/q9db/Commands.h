@@ -12,6 +12,10 @@
 #include "FrameWriter.h"
 #include "Network.h"
 
+namespace CLI {
+class App;
+}
+
 namespace q9tool {
 
 constexpr int kExitOk = 0;
@@ -47,6 +51,18 @@ struct SimulateOptions {
   ImportOptions import;
 };
 int runSimulate(const SimulateOptions& options);
+
+struct StatsOptions {
+  std::vector<std::string> files;
+  std::string log;  // empty or "-": standard input
+  Format format = Format::Text;
+  uint32_t bitrate = 500000;       // nominal, bit/s
+  uint32_t dataBitrate = 2000000;  // CAN FD data phase with bit rate switch
+  ImportOptions import;
+};
+int runStats(const StatsOptions& options);
+// Adds the stats subcommand, its help and options, to app.
+CLI::App* addStatsCommand(CLI::App& app, StatsOptions& options);
 
 int runDump(const std::vector<std::string>& files, const ImportOptions& options);
 int runDot(const std::vector<std::string>& files, const std::string& output, const ImportOptions& options);

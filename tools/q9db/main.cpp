@@ -124,6 +124,9 @@ int main(int argc, char** argv) {
           "Timestamp of the first frames, in seconds")
       ->default_str("1700000000.000000");
 
+  StatsOptions stats;
+  CLI::App* statsCommand = addStatsCommand(app, stats);
+
   std::vector<std::string> dumpFiles;
   CLI::App* dumpCommand = app.add_subcommand(
       "dump", "Print clusters, channels, ECUs, frames and their signals of the imported files");
@@ -154,10 +157,11 @@ int main(int argc, char** argv) {
     int printed = app.exit(e);
     return printed == 0 ? kExitOk : kExitUsageError;  // help is no error
   }
-  decode.import = simulate.import = importOptions;
+  decode.import = simulate.import = stats.import = importOptions;
   try {
     if (*decodeCommand) status = runDecode(decode);
     else if (*simulateCommand) status = runSimulate(simulate);
+    else if (*statsCommand) status = runStats(stats);
     else if (*dumpCommand) status = runDump(dumpFiles, importOptions);
     else if (*dotCommand) status = runDot(dotFiles, dotOutput, importOptions);
     else if (*infoCommand) status = runInfo(infoFile);
