@@ -1,5 +1,4 @@
 // q9db decode: a capture in the Linux CAN tools' text forms, frame by frame.
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -122,22 +121,18 @@ int runDecode(const DecodeOptions& options) {
   }
   DescribedFrames described(channels);
 
-  bool fromStdin = options.log.empty() || options.log == "-";
-  std::string logName = fromStdin ? "<stdin>" : options.log;
-  int fd = fromStdin ? STDIN_FILENO : ::open(options.log.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    std::fprintf(stderr, "q9db: %s: cannot open: %s\n", logName.c_str(), std::strerror(errno));
-    return kExitInputError;
-  }
+  CaptureFile capture;
+  if (!capture.open(options.log)) return kExitInputError;
+  const std::string& logName = capture.name();
 
   int status = kExitOk;
   {
     Output out(STDOUT_FILENO);
     FrameWriter writer(out, options.format, options.raw);
     FrameDecoder decoder(network.db(), described, writer, std::move(settings));
-    InputStream input(fd);
+    InputStream input(capture.fd());
     LineReader reader(input, &out);
-    Progress progress(fd);
+    Progress progress(capture.fd());
     ProblemReports problems(logName, options.maxReports, options.import.quiet);
     TimestampRewriter timestamps(options.timestamps);
     std::vector<std::string> unboundTold;
@@ -192,7 +187,6 @@ int runDecode(const DecodeOptions& options) {
     }
     problems.summarise(options.showUnknown ? 0 : unknown, noData);
   }
-  if (!fromStdin) ::close(fd);
   return status;
 }
 

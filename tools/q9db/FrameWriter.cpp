@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cmath>
 
+#include "TextEscapes.h"
+
 namespace q9tool {
 namespace {
 
@@ -69,47 +71,12 @@ void FrameWriter::writeLength(const CanFrame& frame) {
   out_.write(']');
 }
 
-void FrameWriter::writeJsonString(std::string_view text) {
-  out_.write('"');
-  size_t plain = 0;
-  for (size_t i = 0; i < text.size(); ++i) {
-    auto c = static_cast<unsigned char>(text[i]);
-    if (c >= 0x20 && c != '"' && c != '\\') continue;
-    out_.write(text.substr(plain, i - plain));
-    plain = i + 1;
-    if (c == '"' || c == '\\') {
-      char escaped[2] = {'\\', static_cast<char>(c)};
-      out_.write(std::string_view(escaped, 2));
-    } else {
-      char escaped[6] = {'\\', 'u', '0', '0', kHexDigits[c >> 4], kHexDigits[c & 0xF]};
-      out_.write(std::string_view(escaped, 6));
-    }
-  }
-  out_.write(text.substr(plain));
-  out_.write('"');
-}
-
-void FrameWriter::writeCsvField(std::string_view text) {
-  bool plain = true;  // a loop, not find_first_of, which searches the set once per character
-  for (char c : text) plain = plain && c != ',' && c != '"' && c != '\r' && c != '\n';
-  if (plain) {
-    out_.write(text);
-    return;
-  }
-  out_.write('"');
-  for (char c : text) {
-    if (c == '"') out_.write('"');
-    out_.write(c);
-  }
-  out_.write('"');
-}
-
 void FrameWriter::writeJsonFrameHead(const CanFrame& frame) {
   out_.write("{\"timestamp\":");
   if (frame.timestamp.empty()) out_.write("null");
   else out_.write(frame.timestamp);  // digits with one dot at most: a JSON number
   out_.write(",\"interface\":");
-  writeJsonString(frame.interface);
+  writeJsonString(out_, frame.interface);
   out_.write(",\"identifier\":\"");
   writeIdentifier(frame);
   out_.write("\",\"extended\":");
@@ -151,7 +118,7 @@ void FrameWriter::beginFrame(const CanFrame& frame, std::string_view frameName) 
     case Format::Json:
       writeJsonFrameHead(frame);
       out_.write(",\"frame\":");
-      writeJsonString(frameName);
+      writeJsonString(out_, frameName);
       if (withBytes_) {
         out_.write(",\"data\":\"");
         writeHexBytes(frame, 0);
@@ -198,39 +165,39 @@ void FrameWriter::signal(const SignalValue& v) {
     case Format::Csv:
       out_.write(frame_->timestamp);
       out_.write(',');
-      writeCsvField(frame_->interface);
+      writeCsvField(out_, frame_->interface);
       out_.write(',');
       writeIdentifier(*frame_);
       out_.write(',');
-      writeCsvField(frameName_);
+      writeCsvField(out_, frameName_);
       out_.write(',');
       if (withBytes_) {
         writeHexBytes(*frame_, 0);
         out_.write(',');
       }
-      writeCsvField(v.name);
+      writeCsvField(out_, v.name);
       out_.write(',');
-      writeCsvField(v.value);
+      writeCsvField(out_, v.value);
       out_.write(',');
-      writeCsvField(v.unit);
+      writeCsvField(out_, v.unit);
       out_.write(',');
-      writeCsvField(v.text);
+      writeCsvField(out_, v.text);
       out_.write('\n');
       break;
     case Format::Json:
       if (!firstSignal_) out_.write(',');
       out_.write("{\"name\":");
-      writeJsonString(v.name);
+      writeJsonString(out_, v.name);
       out_.write(",\"value\":");
       if (v.isNumber) out_.write(v.value);
-      else writeJsonString(v.value);
+      else writeJsonString(out_, v.value);
       if (!v.unit.empty()) {
         out_.write(",\"unit\":");
-        writeJsonString(v.unit);
+        writeJsonString(out_, v.unit);
       }
       if (!v.text.empty()) {
         out_.write(",\"text\":");
-        writeJsonString(v.text);
+        writeJsonString(out_, v.text);
       }
       out_.write('}');
       break;
@@ -258,7 +225,7 @@ void FrameWriter::unknownFrame(const CanFrame& frame) {
     case Format::Csv:
       out_.write(frame.timestamp);
       out_.write(',');
-      writeCsvField(frame.interface);
+      writeCsvField(out_, frame.interface);
       out_.write(',');
       writeIdentifier(frame);
       out_.write(",,");

@@ -45,8 +45,6 @@ class FrameWriter {
  private:
   void writeIdentifier(const CanFrame& frame);
   void writeTextHeading(const CanFrame& frame);
-  void writeJsonString(std::string_view text);
-  void writeCsvField(std::string_view text);
   void writeJsonFrameHead(const CanFrame& frame);
   void writeHexBytes(const CanFrame& frame, char separator);
   void writeLength(const CanFrame& frame);

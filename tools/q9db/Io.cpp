@@ -69,6 +69,19 @@ bool LineReader::next(std::string_view& line) {
   }
 }
 
+CaptureFile::~CaptureFile() {
+  if (owned_) ::close(fd_);
+}
+
+bool CaptureFile::open(const std::string& path) {
+  bool fromStdin = path.empty() || path == "-";
+  name_ = fromStdin ? "<stdin>" : path;
+  fd_ = fromStdin ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  owned_ = !fromStdin && fd_ >= 0;
+  if (fd_ < 0) std::fprintf(stderr, "q9db: %s: cannot open: %s\n", name_.c_str(), std::strerror(errno));
+  return fd_ >= 0;
+}
+
 bool standardOutputWritten() {
   bool failed = std::fflush(stdout) != 0 || std::ferror(stdout);
   int error = errno;

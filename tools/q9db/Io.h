@@ -80,6 +80,25 @@ class LineReader {
   unsigned long long lineNumber_ = 0;
 };
 
+// A capture named on the command line: a file, or standard input for an
+// empty name or "-".
+class CaptureFile {
+ public:
+  CaptureFile() = default;
+  ~CaptureFile();
+  CaptureFile(const CaptureFile&) = delete;
+  CaptureFile& operator=(const CaptureFile&) = delete;
+  // False, with the reason said on standard error, when it can't be opened.
+  bool open(const std::string& path);
+  int fd() const { return fd_; }
+  const std::string& name() const { return name_; }  // "<stdin>" for standard input
+
+ private:
+  int fd_ = -1;
+  bool owned_ = false;
+  std::string name_;
+};
+
 // Writes the buffer of stdio's standard output and tells whether everything
 // written there arrived; if not, says so on standard error. A reader that
 // went away (head, a closed pipe) is no error.

@@ -2,7 +2,6 @@
 // periods and jitter per identifier, frames of the wrong length or form,
 // unknown identifiers, and the bus load of each interface.
 #include <CLI/CLI.hpp>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -97,13 +96,9 @@ int runStats(const StatsOptions& options) {
   }
   DescribedFrames described(channels);
 
-  bool fromStdin = options.log.empty() || options.log == "-";
-  std::string logName = fromStdin ? "<stdin>" : options.log;
-  int fd = fromStdin ? STDIN_FILENO : ::open(options.log.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    std::fprintf(stderr, "q9db: %s: cannot open: %s\n", logName.c_str(), std::strerror(errno));
-    return kExitInputError;
-  }
+  CaptureFile capture;
+  if (!capture.open(options.log)) return kExitInputError;
+  const std::string& logName = capture.name();
 
   FrameStatistics statistics([&described](uint32_t identifier, bool extended) -> const DescribedFrame* {
     auto found = described.find(identifier, extended);
@@ -111,7 +106,7 @@ int runStats(const StatsOptions& options) {
   });
   StatsReport report{statistics, {options.bitrate, options.dataBitrate}, {}, logName};
   int status = kExitOk;
-  InputStream input(fd);
+  InputStream input(capture.fd());
   LineReader reader(input, nullptr);
   CanFrame frame;
   std::string_view line;
@@ -141,7 +136,6 @@ int runStats(const StatsOptions& options) {
                  reader.error().c_str());
     status = kExitInputError;
   }
-  if (!fromStdin) ::close(fd);
 
   // Nothing is left out unsaid.
   const struct {

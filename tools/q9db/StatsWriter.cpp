@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "TextEscapes.h"
+
 namespace q9tool {
 namespace {
 
@@ -137,19 +139,6 @@ void writeText(Output& out, const StatsReport& report) {
   out.write('\n');
 }
 
-void writeCsvField(Output& out, std::string_view text) {
-  if (text.find_first_of(",\"\r\n") == std::string_view::npos) {
-    out.write(text);
-    return;
-  }
-  out.write('"');
-  for (char c : text) {
-    if (c == '"') out.write('"');
-    out.write(c);
-  }
-  out.write('"');
-}
-
 void writeCsvRow(Output& out, const std::vector<std::string>& fields) {
   for (size_t i = 0; i < fields.size(); ++i) {
     if (i) out.write(',');
@@ -186,24 +175,6 @@ void writeCsv(Output& out, const StatsReport& report) {
     writeCsvRow(out, {"not_seen", "", hexIdentifier(f->identifier, f->extended()), flag(f->extended()), f->name, "0",
                       "", "", "", f->cycleMilliseconds ? std::to_string(f->cycleMilliseconds) : "", "", "",
                       std::to_string(f->length), flag(f->fd()), "", "", "", "", "", ""});
-}
-
-std::string jsonString(std::string_view text) {
-  std::string quoted = "\"";
-  for (char c : text) {
-    auto u = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\\') {
-      quoted += '\\';
-      quoted += c;
-    } else if (u < 0x20) {
-      quoted += "\\u00";
-      quoted += kHexDigits[u >> 4];
-      quoted += kHexDigits[u & 0xF];
-    } else {
-      quoted += c;
-    }
-  }
-  return quoted + '"';
 }
 
 std::string jsonBool(bool value) { return value ? "true" : "false"; }
