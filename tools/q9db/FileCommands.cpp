@@ -53,9 +53,15 @@ int runConvert(const std::string& input, const std::string& output) {
   Network network;
   if (!importFiles(network, {input})) return kExitInputError;
   std::u16string path = utf16(output);
-  HRESULT status = Q9Db_exportFile(network.db(), nullptr, path.c_str(), nullptr, nullptr, nullptr);
+  std::vector<ImportReport> reports;
+  ReportCollector collector{&reports, {}};
+  HRESULT status =
+      Q9Db_exportFile(network.db(), nullptr, path.c_str(), nullptr, &collector, &ReportCollector::collect);
   if (FAILED(status)) {
-    std::fprintf(stderr, "q9db: %s: export failed (status 0x%08X)\n", output.c_str(), static_cast<unsigned>(status));
+    // The host's report says why: no cluster of the kind, or the OS's reason.
+    std::fprintf(stderr, "q9db: %s: export failed (status 0x%08X)%s%s\n", output.c_str(),
+                 static_cast<unsigned>(status), collector.hostMessage.empty() ? "" : ": ",
+                 collector.hostMessage.c_str());
     return kExitInputError;
   }
   return kExitOk;

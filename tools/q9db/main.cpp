@@ -93,7 +93,7 @@ int main(int argc, char** argv) {
   infoCommand->add_option("FILE", infoFile, "Description file")->required()->check(CLI::ExistingFile);
 
   std::string convertInput, convertOutput;
-  CLI::App* convertCommand = app.add_subcommand("convert", "Import IN and export the database as OUT (a .dbc file)");
+  CLI::App* convertCommand = app.add_subcommand("convert", "Import IN and export the database as OUT (a .dbc or .ldf file)");
   convertCommand->add_option("IN", convertInput, "Description file to import")->required()->check(CLI::ExistingFile);
   convertCommand->add_option("OUT", convertOutput, "File to write; its extension picks the filter")->required();
 
