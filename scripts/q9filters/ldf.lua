@@ -1,9 +1,11 @@
--- LIN description files (LDF): detection, database id, import and the
--- summary of a file. The library's import engine reads the file and makes
--- the nodes. LDF has no export.
+-- LIN description files (LDF): detection, database id, import, the summary
+-- of a file, and export. The library's import engine reads the file and
+-- makes the nodes; ldf_export.lua writes a LIN channel back as a file that
+-- imports as the same database.
 --
 -- The second text holds options, "key=value" pairs separated by ";":
---   prefix=<text>   the cluster's name and id prefix instead of Channel_name
+--   prefix=<text>   import: the cluster's name and id prefix instead of
+--                   Channel_name
 --   language=<n>    the language of descriptions, units and value texts (0)
 -- Reports, as in the DBC filter: first = 0 information, 1 something that
 -- could not be mapped (the rest still imports); second = for information,
@@ -11,11 +13,14 @@
 -- A file the engine can't use raises an error with its message (file, line,
 -- column); what it reads differently from the standard it reports.
 local text = require "q9filters.ldf_text"
+local ldfExport = require "q9filters.ldf_export"
 local engine = require("q9filters.common").engine
 
 local M = {
   name = "ldf",
   importFilter = "LIN description files (*.ldf)|*.ldf",
+  exportFilter = "LIN description files (*.ldf)|*.ldf",
+  exportExtension = ".ldf",
 }
 
 -- The start of a file with its comments taken out, enough to see the head.
@@ -58,6 +63,16 @@ end
 function M.info(db, path, report)
   engine().describeLDF(path, report)
   return nil
+end
+
+-- The host passes no report function to an export; one given is used.
+function M.export(db, node, path, options, report)
+  local function warn(message)
+    if report then report(1, 0, message) end
+  end
+  local parsed = text.options(options, warn)
+  if parsed.prefix then warn("option prefix applies to imports only; it is ignored") end
+  return ldfExport.export(db, node, path, parsed, warn)
 end
 
 return M

@@ -1,4 +1,5 @@
--- Small helpers of the LDF module: texts and the options of the second text.
+-- Small helpers of the LDF module: texts, names and numbers as a file holds
+-- them, and the options of the second text.
 --
 -- The LDF reader hands texts over as the file's bytes. Most files are ASCII
 -- or UTF-8, but unit texts such as a degree sign are often written by
@@ -33,6 +34,52 @@ function T.options(textValue, complain)
     end
   end
   return options
+end
+
+-- A string constant: the reader takes \\, \" and the escapes of line ends
+-- and tabs.
+local ESCAPES = {["\\"] = "\\\\", ['"'] = '\\"', ["\n"] = "\\n", ["\r"] = "\\r", ["\t"] = "\\t"}
+function T.quote(textValue)
+  return '"' .. (textValue or ""):gsub('[\\"\n\r\t]', ESCAPES) .. '"'
+end
+
+-- The words the reader takes as keywords: they can't name an entry.
+local KEYWORDS = {}
+for word in ([[LIN_description_file LIN_protocol_version LIN_language_version LIN_speed kbps Channel_name ms
+    Nodes Diagnostic_addresses Master Slaves composite configuration Signals Diagnostic_signals Frames
+    Sporadic_frames Event_triggered_frames Diagnostic_frames Node_attributes LIN_protocol configured_NAD
+    initial_NAD product_id response_error fault_state_signals P2_min ST_min N_As_timeout N_Cr_timeout
+    configurable_frames Schedule_tables delay AssignNAD ConditionalChangeNAD DataDump SaveConfiguration
+    AssignFrameIdRange FreeFormat AssignFrameId Signal_groups Signal_encoding_types Signal_representation
+    logical_value physical_value bcd_value ascii_value]]):gmatch("%S+") do
+  KEYWORDS[word] = true
+end
+
+-- A name as an LDF identifier: letters, digits and "_", not starting with
+-- a digit, no keyword.
+function T.identifier(name)
+  local word = (name or ""):gsub("[^%w_]", "_")
+  if word == "" then word = "unnamed" end
+  if word:find("^%d") then word = "_" .. word end
+  if KEYWORDS[word] then word = word .. "_" end
+  return word
+end
+
+-- The shortest decimal form that reads back to the same double.
+function T.number(value)
+  if value == 0 then return 1 / value < 0 and "-0.0" or "0" end  -- "-0" would read as the integer 0
+  if value == math.floor(value) and math.abs(value) < 2^53 then return string.format("%.0f", value) end
+  for digits = 15, 17 do
+    local textValue = string.format("%." .. digits .. "g", value)
+    if tonumber(textValue) == value then return textValue end
+  end
+  return string.format("%.17g", value)
+end
+
+-- The leading number of a version text ("2.1" -> 2.1), 0 when it has none,
+-- as the import reads it.
+function T.versionNumber(textValue)
+  return tonumber((textValue or ""):match("^%s*([%d.]*)")) or 0
 end
 
 return T

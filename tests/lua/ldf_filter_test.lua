@@ -253,4 +253,45 @@ T.case("the summary reports the file's content and leaves the database alone", f
   T.same(count(target:enumIdentElements()), before)
 end)
 
+T.case("a LIN cluster built by hand exports what LDF can say and reports what it can't", function()
+  local hand = assert(Q9Db.createDb("hand"))
+  local cluster = assert(hand:createCluster("Hand/cluster", Q9Db.Q9_CLUSTERTYPE_LIN))
+  local ch = assert(hand:createChannel("Hand/channel", cluster))
+  local master = assert(hand:createECU("Hand/ECU/Gw"))
+  assert(master:setDescription(0, "LIN master; time base 5 ms, jitter 0.1 ms"))
+  local pdu = assert(hand:createSignalPDU("Hand/PDU/Status", 32))
+  for i, s in ipairs({{"Speed", Q9Db.Q9_ENCODING_DIRECT, 0}, {"Temp", Q9Db.Q9_ENCODING_2COMPL, 0},
+                      {"Motorola", Q9Db.Q9_ENCODING_DIRECT, 1}}) do
+    local coding = assert(hand:createCoding("Hand/coding/" .. s[1], 8, s[2]))
+    local signal = assert(hand:createSignal("Hand/signal/" .. s[1], 0, 0, 0, 0, coding))
+    assert(hand:createSignalInstance("Hand/instance/" .. s[1], s[3], 8 * i - 8, -1, signal, pdu))
+  end
+  local frame = assert(hand:createFrame("Hand/frame/Status", 4))
+  assert(hand:createIdentifierBasedTriggering("Hand/triggering/Status", 0x10, 0, frame, master, ch))
+  assert(hand:createPDUInstance("Hand/PDUInstance/Status", 0, 0, -1, pdu, frame))
+
+  local path = os.tmpname() .. ".ldf"
+  local reports = {}
+  T.same(require("q9filters.ldf").export(hand, nil, path, "", function(kind, _, message)
+    reports[#reports + 1] = kind .. " " .. message
+    return 0
+  end), 0)
+  T.same(table.concat(reports, "\n"), table.concat({
+    "1 channel Hand doesn't tell its LIN protocol and language versions; 2.1 is written",
+    "1 signal Temp has a signed or other coding (3) that LDF lacks; its bits are written as an unsigned value",
+    "1 signal Motorola of frame Status is big-endian, which LDF lacks; it is left out",
+    "1 frame Status uses the classic checksum, which the file can't give it; it reads back with the enhanced one",
+  }, "\n"))
+  local copy = assert(Q9Db.createDb("copy"))
+  local status, back = importInto(copy, nil, path)
+  os.remove(path)
+  T.same(status, nil)
+  T.same(#T.warnings(back), 0, "warnings of the export")
+  local names = {}
+  for instance in assert(copy:findByElementId("Hand/PDU/Status")).signalInstances do
+    names[#names + 1] = instance.signal.shortname .. "@" .. instance.bitpos
+  end
+  T.same(table.concat(names, " "), "Speed@0.0 Temp@8.0")
+end)
+
 T.finish()

@@ -242,6 +242,11 @@ run "convert" 0 "$q9db" convert "$dbc" "$scratch/again.dbc"
 "$q9db" decode "$dbc" --log "$capture" >"$scratch/first.txt"
 "$q9db" decode "$scratch/again.dbc" --log "$capture" >"$scratch/second.txt"
 cmp -s "$scratch/first.txt" "$scratch/second.txt" || fail "convert: the exported DBC decodes the capture differently"
+run "convert to LDF" 0 "$q9db" convert "$ldf" "$scratch/again.ldf"
+run "convert to LDF, again" 0 "$q9db" convert "$scratch/again.ldf" "$scratch/twice.ldf"
+cmp -s "$scratch/again.ldf" "$scratch/twice.ldf" || fail "convert: a second LDF export differs"
+run "convert a CAN database to LDF" 1 "$q9db" convert "$dbc" "$scratch/none.ldf"
+has err "the database holds no LIN cluster to export"
 
 # Nothing passes in silence: a frame of a known identifier that doesn't fit
 # its description says why, and every kind is counted at the end.
