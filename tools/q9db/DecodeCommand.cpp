@@ -1,5 +1,4 @@
 // q9db decode: a capture in the Linux CAN tools' text forms, frame by frame.
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,33 +14,10 @@
 #include "Io.h"
 #include "LogLine.h"
 #include "ProblemReports.h"
+#include "Progress.h"
 
 namespace q9tool {
 namespace {
-
-// A progress line on a terminal, for logs large enough to wait for.
-class Progress {
- public:
-  explicit Progress(int fd) {
-    struct stat info {};
-    if (isatty(STDERR_FILENO) && fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > kWorthShowing)
-      total_ = static_cast<unsigned long long>(info.st_size);
-  }
-  void update(const LineReader& reader) {
-    if (!total_ || reader.lineNumber() % kLinesPerUpdate != 0) return;
-    std::fprintf(stderr, "\r%3llu%%  %llu lines", reader.bytesRead() * 100 / total_, reader.lineNumber());
-    shown_ = true;
-  }
-  ~Progress() {
-    if (shown_) std::fprintf(stderr, "\r%*s\r", 40, "");
-  }
-
- private:
-  static constexpr long long kWorthShowing = 8 << 20;
-  static constexpr unsigned long long kLinesPerUpdate = 1 << 16;
-  unsigned long long total_ = 0;
-  bool shown_ = false;
-};
 
 // Timestamps from the first frame or the one before, written in place of
 // the logged ones (seconds with six decimals, as logged).

@@ -17,6 +17,7 @@
 #include "Io.h"
 #include "LogLine.h"
 #include "Network.h"
+#include "Progress.h"
 #include "StatsWriter.h"
 
 namespace q9tool {
@@ -108,6 +109,7 @@ int runStats(const StatsOptions& options) {
   int status = kExitOk;
   InputStream input(capture.fd());
   LineReader reader(input, nullptr);
+  Progress progress(capture.fd());
   CanFrame frame;
   std::string_view line;
   while (reader.next(line)) {
@@ -130,6 +132,7 @@ int runStats(const StatsOptions& options) {
       continue;
     }
     statistics.add(frame, microseconds);
+    progress.update(reader);
   }
   if (reader.failed()) {
     std::fprintf(stderr, "q9db: %s: read error after line %llu: %s\n", logName.c_str(), reader.lineNumber(),
