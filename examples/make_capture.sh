@@ -1,7 +1,8 @@
 #!/bin/sh
 # Writes vehicle.log, the capture the README decodes: three seconds of the
 # demo vehicle's CAN bus while it reverses out of a parking space, made by
-# q9db simulate from vehicle.dbc. The output is the same on every run.
+# q9db simulate from vehicle.dbc, with the counters and the CRC that
+# restbus.lua writes. The output is the same on every run.
 # Usage: make_capture.sh [Q9DB [OUTPUT]]
 #   Q9DB    the tool (default: build/bin/q9db beside this folder)
 #   OUTPUT  the file to write (default: vehicle.log in this folder)
@@ -10,7 +11,7 @@ set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 q9db=${1:-$here/../build/bin/q9db}
 output=${2:-$here/vehicle.log}
-"$q9db" simulate "$here/vehicle.dbc" --duration 3 \
+"$q9db" simulate "$here/vehicle.dbc" --duration 3 --script "$here/restbus.lua" \
   --set EngineStatus.EngineSpeed=1150.25 \
   --set EngineStatus.EngineTorque=-12.5 \
   --set EngineStatus.ThrottlePos=8.2 \

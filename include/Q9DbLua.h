@@ -42,6 +42,17 @@ Q9DB_API int Q9Db_core(lua_State *L);
  * column and what went wrong. */
 Q9DB_API int Q9Db_importEngine(lua_State *L);
 
+/* For a client that runs scripts in a Lua state of its own: pushes node, a
+ * node of a database the client owns, as the module's node userdata, and
+ * answers 1, the number of values pushed (0 and nothing pushed for a null
+ * state). The database node itself comes as a database userdata that doesn't
+ * own it; a null node as nil. The userdata keep nothing alive: the client
+ * keeps the database until the script is done with them. The module's
+ * metatables are registered first when the state has none yet. Like the Lua
+ * API's own pushes it may raise Lua's memory error, so call it where an
+ * error is caught (inside lua_pcall). */
+Q9DB_API int Q9Db_luaPushNode(lua_State *L, Q9DbNode *node);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,6 +1,6 @@
 // The binding from a host's side: a database lent to a script with owner 0,
-// the core table in a bare state, and the entry's report of a missing
-// init.lua.
+// the core table in a bare state, nodes a C client lends to its own state,
+// and the entry's report of a missing init.lua.
 #include <gtest/gtest.h>
 
 #include <lua.hpp>
@@ -60,6 +60,34 @@ TEST_F(LuaStateTest, OwnedDatabaseIsDestroyedAtClose) {
 TEST_F(LuaStateTest, PushNodeGivesNilForNull) {
   EXPECT_EQ(q9::lua::pushNode(L, nullptr), 1);
   EXPECT_TRUE(lua_isnil(L, -1));
+}
+
+TEST(LuaPushNodeTest, LendsNodesToAStateThatNeverLoadedTheModule) {
+  Q9DbNode* db = nullptr;
+  Q9DbNode* frame = nullptr;
+  ASSERT_EQ(Q9Db_create(u"client", &db), S_OK);
+  ASSERT_EQ(Q9Db_createFrame(db, u"f", 8, &frame), S_OK);
+  EXPECT_EQ(Q9Db_luaPushNode(nullptr, frame), 0);
+  lua_State* L = luaL_newstate();
+  luaL_openlibs(L);
+  EXPECT_EQ(Q9Db_luaPushNode(L, frame), 1);
+  lua_setglobal(L, "frame");
+  EXPECT_EQ(Q9Db_luaPushNode(L, db), 1);
+  lua_setglobal(L, "db");
+  EXPECT_EQ(Q9Db_luaPushNode(L, nullptr), 1);
+  EXPECT_TRUE(lua_isnil(L, -1));
+  // Attributes and the database's methods work; collecting the database
+  // userdata leaves the client's database alone.
+  const char* chunk =
+      "assert(frame.tag == 'Frame' and frame.length == 8)\n"
+      "assert(db.tag == 'Q9Db' and db:findByElementId('f').eid == 'f')\n"
+      "db = nil; collectgarbage()";
+  EXPECT_EQ(luaL_dostring(L, chunk), LUA_OK) << lua_tostring(L, -1);
+  lua_close(L);
+  Q9DbNode* found = nullptr;
+  EXPECT_EQ(Q9Db_findByElementId(db, u"f", &found), S_OK);
+  EXPECT_EQ(found, frame);
+  EXPECT_EQ(Q9Db_destroy(db), S_OK);
 }
 
 TEST_F(LuaStateTest, MissingInitScriptRaisesNamingTheFile) {

@@ -418,5 +418,88 @@ TABLE
 "$q9db" stats "$dbc" --log "$statslog" >/dev/full 2>"$scratch/err" && fail "stats to /dev/full: status 0"
 grep -q "standard output: No space left on device" "$scratch/err" || fail "stats to /dev/full: no message: $(cat "$scratch/err")"
 
+# simulate --script: the example restbus script's counters roll 0..15 and
+# wrap, and each steering frame's CRC-8 (SAE J1850) is computed here anew.
+run "restbus script" 0 "$q9db" simulate "$dbc" --duration 0.5 --script "$examples/restbus.lua" \
+  --set SteeringStatus.SteeringAngle=-35.5 --set SteeringStatus.SteeringRate=12
+problem=$(/usr/bin/python3 - "$scratch/out" 2>&1 <<'PY'
+import sys
+def crc8(data):  # polynomial 0x1D, initial value 0xFF, final XOR 0xFF
+    crc = 0xFF
+    for byte in data:
+        crc ^= byte
+        for _ in range(8):
+            crc = (crc << 1 ^ 0x1D) & 0xFF if crc & 0x80 else crc << 1 & 0xFF
+    return crc ^ 0xFF
+frames = {"180": [], "0C8": []}
+for line in open(sys.argv[1]):
+    identifier, data = line.split()[2].split("#", 1)
+    if identifier in frames:
+        frames[identifier].append(bytes.fromhex(data))
+steering, engine = frames["180"], frames["0C8"]
+assert len(steering) == len(engine) == 50, (len(steering), len(engine))
+for i, data in enumerate(steering):
+    assert data[0] == crc8(data[1:]), f"steering frame {i}: CRC {data.hex()}"
+    assert data[1] & 0x0F == i % 16, f"steering frame {i}: counter {data.hex()}"
+for i, data in enumerate(engine):
+    assert data[7] >> 4 == i % 16, f"engine frame {i}: alive counter {data.hex()}"
+PY
+) || fail "restbus script: $problem"
+
+# The frame object: its fields, values in and out by name and value text,
+# a multiplexed part selected by its switch, bytes.
+cat >"$scratch/api.lua" <<'LUA'
+function setup(db) assert(db.tag == "Q9Db") end
+function before_send(frame)
+  assert(frame.node.tag == "Frame" and frame.node.shortname == frame.name)
+  if frame.name == "BatteryStatus" then
+    assert(frame.extended and not frame.fd and frame.identifier == 0x18FEF117 and frame.length == 8)
+    assert(frame.signals.ChargeState == 2)
+  elseif frame.name == "EngineStatus" then
+    assert(math.abs(frame.signals.ThrottlePos - 8.2) < 1e-9)
+    frame:set("EngineState", "Fault")
+    assert(frame:get("EngineState") == 4 and frame.signals.EngineState == 2)
+  elseif frame.name == "BodyDiag" then
+    assert(frame.signals.WindowFL == 40 and frame:get("CabinTemp") == nil)
+    assert(not pcall(frame.set, frame, "SeatHeatDriver", 1))
+    frame:set("DiagPage", "Seats")
+    frame:set("SeatHeatPassenger", "Medium")
+  elseif frame.name == "ObjectList" then
+    assert(frame.fd and frame.length == 64)
+    frame:setbyte(64, frame:byte(64) + 1)
+    assert(#frame:bytes() == 64 and not pcall(frame.byte, frame, 65))
+  end
+end
+LUA
+"$q9db" simulate "$dbc" --duration 0.01 --script "$scratch/api.lua" --set BatteryStatus.ChargeState=Discharging \
+  --set EngineStatus.ThrottlePos=8.2 --set BodyDiag.WindowFL=40 >"$scratch/api.log" 2>"$scratch/err" ||
+  fail "restbus frame object: $(cat "$scratch/err")"
+run "restbus frame object decodes" 0 "$q9db" decode "$dbc" --log "$scratch/api.log"
+has out "  EngineState = 4 (Fault)"
+has out "  SeatHeatPassenger = 2 (Medium)"
+has out "  Checksum = 256"
+
+# Script errors stop the simulation, naming the script's line and the frame;
+# the lines written before stay whole.
+while IFS='|' read -r name body message; do
+  printf '%b\n' "$body" >"$scratch/$name.lua"
+  run "restbus error: $name" 1 "$q9db" simulate "$dbc" --duration 0.1 --script "$scratch/$name.lua"
+  has err "$message"
+  if [ -n "$out" ] && grep -qvE '^\([0-9]+\.[0-9]{6}\) can0 [0-9A-F]+##?[0-9A-F]+$' <<<"$out"; then
+    fail "restbus error: $name: broken lines written"
+  fi
+done <<'TABLE'
+raises|function before_send(f)\n  if f.name == "SteeringStatus" and f.count == 2 then error("no steering") end\nend|/raises.lua:2: no steering
+syntax|function before_send(f) f:set("SteeringCounter" 1) end|/syntax.lua:1: ')' expected near '1'
+setup|function setup(db) db:shutdown() end|/setup.lua:1: attempt to call a nil value (method 'shutdown')
+unknown|function before_send(f) f:set("Wiper", 1) end|/unknown.lua:1: frame EngineStatus has no signal named Wiper
+range|function before_send(f)\n  if f.name == "SteeringStatus" then f:set("SteeringCounter", 16) end\nend|/range.lua:2: SteeringStatus.SteeringCounter: 16 is out of the signal's range 0 .. 15
+kept|local kept\nfunction before_send(f)\n  if kept then kept:setbyte(1, 0) end\n  kept = f\nend|/kept.lua:3: frame:setbyte: this frame was sent already
+TABLE
+run "restbus error: raises" 1 "$q9db" simulate "$dbc" --duration 0.1 --script "$scratch/raises.lua"
+has err "q9db: sending SteeringStatus at 1700000000.020000: $scratch/raises.lua:2: no steering"
+has out "(1700000000.010000) can0 180#"
+lacks out "(1700000000.020000) can0 180#"
+
 [ "$failures" -eq 0 ] && echo "all command checks passed"
 exit $((failures > 0))

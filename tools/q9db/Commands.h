@@ -46,6 +46,7 @@ struct SimulateOptions {
   double duration = 0;               // seconds of bus time
   uint64_t stepMilliseconds = 1;     // clock step of the encoder
   std::vector<std::string> settings; // FRAME.SIGNAL=VALUE
+  std::string script;                // Lua file with before_send(frame); empty: none
   std::string interface = "can0";
   uint64_t startMicroseconds = 1700000000000000;  // timestamp of the first step
   ImportOptions import;

@@ -1,24 +1,29 @@
 // q9db simulate: the sending side of the CAN channels, as the frame encoder
-// drives it, written as a capture in the log form.
+// drives it, written as a capture in the log form. A restbus script may
+// change each payload before it goes out.
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <cinttypes>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <memory>
 #include <unordered_map>
 
 #include "Commands.h"
 #include "LogLine.h"
 #include "Network.h"
 #include "Nodes.h"
+#include "RestbusScript.h"
 #include "SignalSetting.h"
 
 namespace q9tool {
 namespace {
 
 constexpr size_t kClassicLength = 8;
+constexpr size_t kLongestPayload = 64;
 constexpr uint32_t kLargestStandardId = 0x7FF;
 // The encoder's clock starts past every cycle time, so that each cyclic
 // frame goes out at the first step, as a bus does after power-up, and then
@@ -30,6 +35,7 @@ struct SentFrame {
   std::string name;
   uint32_t identifier;
   uint32_t flags;
+  uint64_t sends = 0;
 };
 
 bool isExtended(uint32_t identifier, uint32_t flags) {
@@ -114,16 +120,36 @@ class Encoder {
 };
 
 struct Waiting {
-  const SentFrame* frame;
+  SentFrame* frame;
   const uint8_t* data;
   size_t length;
 };
+
+// The script's file run, or null without --script; false after reporting
+// why it can't run.
+bool loadScript(const SimulateOptions& options, Q9DbNode* db, std::unique_ptr<RestbusScript>& script) {
+  if (options.script.empty()) return true;
+  script = std::make_unique<RestbusScript>(db);
+  std::string problem;
+  if (!script->load(options.script, problem)) {
+    std::fprintf(stderr, "q9db: %s\n", problem.c_str());
+    return false;
+  }
+  if (!script->definesBeforeSend())
+    std::fprintf(stderr, "q9db: warning: %s defines no function before_send; frames go out as the encoder makes them\n",
+                 options.script.c_str());
+  return true;
+}
 
 }  // namespace
 
 int runSimulate(const SimulateOptions& options) {
   Network network;
   if (!importFiles(network, options.files, options.import)) return kExitInputError;
+  // The script's setup may still change the database; the encoder then
+  // works on it as it is.
+  std::unique_ptr<RestbusScript> script;
+  if (!loadScript(options, network.db(), script)) return kExitInputError;
   std::vector<SentFrame> frames = canFrames(network);
   if (frames.empty()) {
     std::fprintf(stderr, "q9db: no CAN frame to send in %s\n",
@@ -143,8 +169,8 @@ int runSimulate(const SimulateOptions& options) {
     std::fprintf(stderr, "q9db: the frame encoder could not be set up (status 0x%08X)\n", unsigned(status));
     return kExitInputError;
   }
-  std::unordered_map<Q9DbNode*, const SentFrame*> byNode;
-  for (const SentFrame& frame : frames) {
+  std::unordered_map<Q9DbNode*, SentFrame*> byNode;
+  for (SentFrame& frame : frames) {
     Q9Db_EncoderInsert(encoder.get(), app, frame.frame);
     byNode.emplace(frame.frame, &frame);
   }
@@ -172,9 +198,27 @@ int runSimulate(const SimulateOptions& options) {
     std::stable_sort(waiting.begin(), waiting.end(), [](const Waiting& a, const Waiting& b) {
       return arbitrationKey(*a.frame) < arbitrationKey(*b.frame);
     });
-    for (const Waiting& w : waiting)
-      writeLogLine(out, {options.startMicroseconds + now * 1000, options.interface, w.frame->identifier, w.frame->flags, w.data,
-                         w.length});
+    for (const Waiting& w : waiting) {
+      const uint64_t microseconds = options.startMicroseconds + now * 1000;
+      // The script changes a copy: the encoder's image stays as the encoder made it.
+      uint8_t payload[kLongestPayload];
+      const size_t length = std::min(w.length, sizeof payload);
+      std::memcpy(payload, w.data, length);
+      if (script) {
+        OutgoingFrame outgoing{w.frame->frame, &w.frame->name, w.frame->identifier,
+                               isExtended(w.frame->identifier, w.frame->flags), (w.frame->flags & Q9_FLAG_CANFD_FRAME) != 0,
+                               microseconds, w.frame->sends, payload, length};
+        std::string problem;
+        if (!script->beforeSend(outgoing, problem)) {
+          out.flush();  // what went out before stays a valid capture
+          std::fprintf(stderr, "q9db: sending %s at %" PRIu64 ".%06" PRIu64 ": %s\n", w.frame->name.c_str(),
+                       microseconds / 1000000, microseconds % 1000000, problem.c_str());
+          return kExitInputError;
+        }
+      }
+      ++w.frame->sends;
+      writeLogLine(out, {microseconds, options.interface, w.frame->identifier, w.frame->flags, payload, length});
+    }
   }
   // A reader that went away (head, a closed pipe) is no error of ours.
   if (!out.flush() && out.error() != EPIPE) {

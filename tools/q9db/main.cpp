@@ -105,6 +105,10 @@ int main(int argc, char** argv) {
       ->capture_default_str()->check(CLI::Range(uint64_t(1), uint64_t(3600000)));
   simulateCommand->add_option("--set,-s", simulate.settings,
                               "FRAME.SIGNAL=VALUE: a physical value, or one of the signal's value texts (repeatable)");
+  simulateCommand->add_option("--script", simulate.script,
+                              "Lua file whose function before_send(frame) may change each frame before it goes out\n"
+                              "(counters, checksums); see examples/restbus.lua")
+      ->check(CLI::ExistingFile);
   simulateCommand->add_option("--interface,-i", simulate.interface, "Interface name written in each line")
       ->capture_default_str()
       ->check(CLI::Validator(
