@@ -10,6 +10,8 @@
 -- warn(text) and left out.
 
 local text = require "q9filters.dbc_text"
+local common = require "q9filters.export_common"
+local plainName, list = common.plainName, common.list
 
 local M = {}
 
@@ -36,14 +38,6 @@ local function integer(value)
   return math.tointeger(value) or math.floor(value)
 end
 
--- The plain name of an element: its short name, else the last part of its id.
-local function plainName(node)
-  local short = node.shortname
-  if short and short ~= "" then return short end
-  local eid = node.eid or ""
-  return eid:match("([^/]*)$")
-end
-
 -- The DBC name of an element, made unique by `namer`: its short name when
 -- that is an identifier, else the last part of its id when that is one (a
 -- DBC import keeps the file's name there), else the short name made into
@@ -59,45 +53,6 @@ local function dbcName(node, namer)
   local short = node.shortname
   if short and short ~= "" and short ~= name then return name, short end
   return name
-end
-
-local function list(iterator)
-  local items = {}
-  if iterator then
-    for item in iterator do items[#items + 1] = item end
-  end
-  return items
-end
-
--- The channel to write: the node given (a channel or a cluster, whose first
--- channel counts), else the first channel of the first CAN cluster.
-local function pickChannel(db, node, warn)
-  local cluster
-  if node == nil then
-    for candidate in db:enumClusters() or function() end do
-      if candidate.clusterType == CLUSTERTYPE_CAN then cluster = candidate; break end
-    end
-    if not cluster then error("the database holds no CAN cluster to export", 0) end
-  elseif node.tag == "Cluster" then
-    cluster = node
-  elseif node.tag == "Channel" then
-    local group = node.group
-    return node, group and group.tag == "Cluster" and group or nil
-  else
-    error(string.format("a DBC file is written from a cluster or a channel, not from a %s", node.tag), 0)
-  end
-  if cluster.clusterType ~= CLUSTERTYPE_CAN then
-    error(string.format("cluster %s is no CAN cluster", plainName(cluster)), 0)
-  end
-  local channels = {}
-  for child in cluster.children do
-    if child.tag == "Channel" then channels[#channels + 1] = child end
-  end
-  if #channels == 0 then error(string.format("cluster %s has no channel", plainName(cluster)), 0) end
-  if #channels > 1 then
-    warn(string.format("cluster %s has %d channels; only the first is written", plainName(cluster), #channels))
-  end
-  return channels[1], cluster
 end
 
 -- Where a bit field of a part's image lies in the frame: the part's segments
@@ -744,7 +699,7 @@ function Writer:lines(options)
 end
 
 function M.export(db, node, path, options, warn)
-  local channel, cluster = pickChannel(db, node, warn)
+  local channel, cluster = common.pickChannel(db, node, CLUSTERTYPE_CAN, "CAN", "DBC", warn)
   local writer = setmetatable({
     db = db, language = options.language or 0, warn = warn, messages = {}, ecus = {}, ecuByEid = {},
     messageName = text.namer(), ecuNamer = text.namer(),

@@ -55,13 +55,7 @@ end
 
 -- A name as a DBC identifier: letters, digits and "_", not starting with a
 -- digit, no keyword.
-function T.identifier(name)
-  local word = (name or ""):gsub("[^%w_]", "_")
-  if word == "" then word = "unnamed" end
-  if word:find("^%d") then word = "_" .. word end
-  if KEYWORDS[word] then word = word .. "_" end
-  return word
-end
+T.identifier = require("q9filters.export_common").identifierMaker(KEYWORDS)
 
 -- Whether a name can stand in a DBC file as it is: an identifier of at most
 -- 32 characters, the most that readers are sure to take.

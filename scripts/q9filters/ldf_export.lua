@@ -20,6 +20,8 @@
 -- left out, or written the nearest way, as the text says.
 
 local text = require "q9filters.ldf_text"
+local common = require "q9filters.export_common"
+local plainName, list = common.plainName, common.list
 
 local M = {}
 
@@ -36,20 +38,6 @@ local TIMINGS = {"P2_min", "ST_min", "N_As_timeout", "N_Cr_timeout"}
 
 local function integer(value)
   return math.tointeger(value) or math.floor(value)
-end
-
-local function list(iterator)
-  local items = {}
-  if iterator then
-    for item in iterator do items[#items + 1] = item end
-  end
-  return items
-end
-
-local function plainName(node)
-  local short = node.shortname
-  if short and short ~= "" then return short end
-  return (node.eid or ""):match("([^/]*)$")
 end
 
 -- Nodes are told apart by their ids; wrappers of one node differ.
@@ -69,44 +57,6 @@ end
 -- A param in thousandths as the file writes it: microseconds as ms, bit/s as kbit/s.
 local function thousandths(param)
   return text.number(param / 1000)
-end
-
--- The channel to write: the node given (a channel, or a cluster whose first
--- channel counts), else the first channel of the first LIN cluster.
-local function pickChannel(db, node, warn)
-  local cluster
-  if node == nil then
-    for candidate in db:enumClusters() or function() end do
-      if candidate.clusterType == CLUSTERTYPE_LIN then cluster = candidate; break end
-    end
-    if not cluster then error("the database holds no LIN cluster to export", 0) end
-  elseif node.tag == "Cluster" then
-    cluster = node
-  elseif node.tag == "Channel" then
-    local group = node.group
-    if group and group.tag == "Cluster" then
-      if group.clusterType ~= CLUSTERTYPE_LIN then
-        error(string.format("channel %s belongs to cluster %s, which is no LIN cluster", plainName(node),
-          plainName(group)), 0)
-      end
-      return node, group
-    end
-    return node, nil
-  else
-    error(string.format("an LDF file is written from a cluster or a channel, not from a %s", node.tag), 0)
-  end
-  if cluster.clusterType ~= CLUSTERTYPE_LIN then
-    error(string.format("cluster %s is no LIN cluster", plainName(cluster)), 0)
-  end
-  local channels = {}
-  for child in cluster.children do
-    if child.tag == "Channel" then channels[#channels + 1] = child end
-  end
-  if #channels == 0 then error(string.format("cluster %s has no channel", plainName(cluster)), 0) end
-  if #channels > 1 then
-    warn(string.format("cluster %s has %d channels; only the first is written", plainName(cluster), #channels))
-  end
-  return channels[1], cluster
 end
 
 local Reader = {}
@@ -872,7 +822,7 @@ function Reader:lines()
 end
 
 function M.export(db, node, path, options, warn)
-  local channel, cluster = pickChannel(db, node, warn)
+  local channel, cluster = common.pickChannel(db, node, CLUSTERTYPE_LIN, "LIN", "LDF", warn)
   local reader = setmetatable({
     db = db, channel = channel, cluster = cluster, language = options.language or 0, warn = warn,
     prefix = (channel.eid or ""):match("^(.*)/channel$"), names = {}, nodeByKey = {}, slaves = {},

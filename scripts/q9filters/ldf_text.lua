@@ -57,13 +57,7 @@ end
 
 -- A name as an LDF identifier: letters, digits and "_", not starting with
 -- a digit, no keyword.
-function T.identifier(name)
-  local word = (name or ""):gsub("[^%w_]", "_")
-  if word == "" then word = "unnamed" end
-  if word:find("^%d") then word = "_" .. word end
-  if KEYWORDS[word] then word = word .. "_" end
-  return word
-end
+T.identifier = require("q9filters.export_common").identifierMaker(KEYWORDS)
 
 -- The shortest decimal form that reads back to the same double.
 function T.number(value)
