@@ -113,6 +113,22 @@ class OneSignal : public FieldVisitor {
 
 void copyProblem(char* problem, const char* text) { std::snprintf(problem, kProblemSize, "%s", text); }
 
+// work() with every exception turned into problem and failed: what Lua
+// calls must not let one through.
+template <typename Result, typename Work>
+Result guarded(char* problem, Result failed, Work work) noexcept {
+  try {
+    return work();
+  } catch (const std::bad_alloc&) {
+    copyProblem(problem, "not enough memory");
+  } catch (const std::exception& e) {
+    copyProblem(problem, e.what());
+  } catch (...) {
+    copyProblem(problem, "unexpected failure");
+  }
+  return failed;
+}
+
 }  // namespace
 
 struct RestbusScript::Session {
@@ -164,7 +180,7 @@ char currentFrameKey;
 enum class Lookup { Found, NotCarried, Failed };
 
 Lookup readSignal(Session& session, std::string_view name, Reading& reading, char* problem) noexcept {
-  try {
+  return guarded(problem, Lookup::Failed, [&] {
     size_t index = 0;
     if (!session.find(name, index, problem)) return Lookup::Failed;
     OneSignal one(session.signals->nodes[index], index, nullptr);
@@ -172,18 +188,11 @@ Lookup readSignal(Session& session, std::string_view name, Reading& reading, cha
     if (!one.found) return Lookup::NotCarried;
     reading = one.reading;
     return Lookup::Found;
-  } catch (const std::bad_alloc&) {
-    copyProblem(problem, "not enough memory");
-  } catch (const std::exception& e) {
-    copyProblem(problem, e.what());
-  } catch (...) {
-    copyProblem(problem, "unexpected failure");
-  }
-  return Lookup::Failed;
+  });
 }
 
 bool writeSignal(Session& session, std::string_view name, std::string_view value, char* problem) noexcept {
-  try {
+  return guarded(problem, false, [&] {
     size_t index = 0;
     if (!session.find(name, index, problem)) return false;
     Q9DbNode* signal = session.signals->nodes[index];
@@ -215,14 +224,7 @@ bool writeSignal(Session& session, std::string_view name, std::string_view value
       return false;
     }
     return true;
-  } catch (const std::bad_alloc&) {
-    copyProblem(problem, "not enough memory");
-  } catch (const std::exception& e) {
-    copyProblem(problem, e.what());
-  } catch (...) {
-    copyProblem(problem, "unexpected failure");
-  }
-  return false;
+  });
 }
 
 // ---- What Lua calls ------------------------------------------------------
