@@ -228,10 +228,17 @@ Q9DB_API HRESULT Q9Db_dumpDot(Q9DbNode* db, const char16_t* fileName, uint16_t l
   if (!out) return E_UNEXPECTED;
   Q9DbNode* collections = nullptr;
   Q9Db_getDatabaseCollections(db, &collections);
-  DotWriter(out, language, fallback)
-      .writeGraph(static_cast<ObjectBase*>(static_cast<void*>(collections)));
+  // Out of memory midway leaves a graph that can't be written whole; the
+  // failure stays on this side of the interface.
+  bool whole = true;
+  try {
+    DotWriter(out, language, fallback)
+        .writeGraph(static_cast<ObjectBase*>(static_cast<void*>(collections)));
+  } catch (...) {
+    whole = false;
+  }
   std::fclose(out);
-  return S_OK;
+  return whole ? S_OK : E_UNEXPECTED;
 }
 
 }  // extern "C"
