@@ -501,5 +501,17 @@ has err "q9db: sending SteeringStatus at 1700000000.020000: $scratch/raises.lua:
 has out "(1700000000.010000) can0 180#"
 lacks out "(1700000000.020000) can0 180#"
 
+# A long capture shows its progress on a terminal (script gives one), and
+# only there.
+if command -v script >/dev/null; then
+  "$q9db" simulate "$dbc" -d 700 --step 10 >"$scratch/long.log"
+  for command in decode stats; do
+    script -qec "'$q9db' $command '$dbc' --log '$scratch/long.log' >/dev/null" /dev/null >"$scratch/tty" 2>&1
+    grep -q "%  .* lines" "$scratch/tty" || fail "$command: no progress on a terminal"
+    "$q9db" $command "$dbc" --log "$scratch/long.log" 2>"$scratch/err" >/dev/null
+    grep -q "lines" "$scratch/err" && fail "$command: progress without a terminal"
+  done
+fi
+
 [ "$failures" -eq 0 ] && echo "all command checks passed"
 exit $((failures > 0))
