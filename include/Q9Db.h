@@ -556,6 +556,53 @@ Q9DB_API HRESULT Q9Db_getFrameTriggering(Q9DbDecodeEnum *e, Q9DbNode **out);
 /* Frees a heap-form walk. */
 Q9DB_API HRESULT Q9Db_destroyDecodeEnum(Q9DbDecodeEnum *e);
 
+/* ---- Whole-frame decoding ----------------------------------------------------
+ * Beside the walk: one call decodes a message on a channel into the
+ * caller's array, a record per signal the walk would deliver and in its
+ * order, with the physical value already converted. The arguments are
+ * checked once per message; nothing is allocated. Q9Db_decodeFrames does
+ * the same for a batch of messages. */
+
+typedef struct Q9DbSignalRecord {
+  Q9DbNode *triggering;     /* the frame triggering; NULL for the channel's own PDU instances */
+  Q9DbNode *instance;       /* the signal instance read */
+  Q9DbNode *signal;
+  uint64_t raw;             /* the raw value; 0 for a text signal */
+  double physical;          /* the physical value as a double; NaN for a text signal or a
+                               raw value no computation converts */
+  Q9DbStringSlot *text;     /* the value's text (Q9Db_stringLookup), or NULL */
+  uint32_t kind;            /* Q9_NUMERICSIGNAL or Q9_ASCIISIGNAL (its text: the walk) */
+  uint32_t message;         /* Q9Db_decodeFrames: the index of the message in the batch; else 0 */
+} Q9DbSignalRecord;
+
+/* S_OK with *count records; S_FALSE when more records were due than
+ * capacity holds (*count = capacity; the message's records are cut there);
+ * E_INVALIDARG for a channel that is no Channel, a null payload with a
+ * length, a null count, or null records with a capacity. A message that no
+ * triggering takes gives S_OK and 0 records. */
+Q9DB_API HRESULT Q9Db_decodeFrame(Q9DbNode *channel, uint32_t identifier, uint32_t flags, uint64_t length,
+                                  const uint8_t *payload, Q9DbSignalRecord *records, uint32_t capacity,
+                                  uint32_t *count);
+
+/* One message of a batch. */
+typedef struct Q9DbMessage {
+  uint32_t identifier;
+  uint32_t flags;           /* Q9_FLAG_CAN... bits */
+  uint64_t length;
+  const uint8_t *payload;
+} Q9DbMessage;
+
+/* Decodes messages[0..messageCount) in order into records, each record
+ * naming its message. *decoded: the messages whose records were all
+ * written; *count: the records written. S_OK when all were; S_FALSE when
+ * the records ran out first: only whole messages are written, so the
+ * caller goes on from messages + *decoded. E_INVALIDARG as for
+ * Q9Db_decodeFrame, for null messages with a count, or for a message too
+ * big for the whole of records. */
+Q9DB_API HRESULT Q9Db_decodeFrames(Q9DbNode *channel, const Q9DbMessage *messages, uint32_t messageCount,
+                                   Q9DbSignalRecord *records, uint32_t capacity, uint32_t *decoded,
+                                   uint32_t *count);
+
 /* ---- Signal encoding ---------------------------------------------------------
  * One value into a payload: Q9Db_encodeSignal, Q9Db_encodeNextComputation
  * until the caller finds a computation it can use, Q9Db_physicalToInternal,
