@@ -12,6 +12,9 @@ packages=(
   libcli11-dev
   # compressed capture logs
   zlib1g-dev liblzma-dev
+  # the Python package: bindings, logs into DataFrames, plots, buses, scale-out, tests
+  pybind11-dev python3-dev python3-numpy python3-pandas python3-matplotlib python3-can
+  python3-dask python3-distributed python3-pytest
 )
 missing=()
 for p in "${packages[@]}"; do
