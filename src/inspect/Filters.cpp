@@ -121,10 +121,14 @@ Q9DB_API HRESULT Q9Db_createIdListFilterW(Q9DbNode* db, int32_t mode, const char
 Q9DB_API HRESULT Q9Db_createIdListFilterA(Q9DbNode* db, int32_t mode, const char* ids,
                                           Q9DbFilter** out) {
   std::u16string wide;
-  return createIdList(db, mode, ids, out, [&wide](const char* id) {
-    wide = platform::narrowToWide(id);
-    return wide.c_str();
-  });
+  try {  // converting the ids may run out of memory; no exception may leave the interface
+    return createIdList(db, mode, ids, out, [&wide](const char* id) {
+      wide = platform::narrowToWide(id);
+      return wide.c_str();
+    });
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
 }
 
 Q9DB_API HRESULT Q9Db_createCombinationFilter(int32_t mode, Q9DbFilter** out) {

@@ -1,4 +1,5 @@
 // "<database id>::<element id>": names an element across databases.
+#include <new>
 #include <string>
 
 #include "store/Database.h"
@@ -18,8 +19,12 @@ Q9DB_API HRESULT Q9Db_getQualifiedId(Q9DbNode* node, BSTR* out) {
   Q9Db* db = element->databaseRef;
   if (!db) return E_UNEXPECTED;
   std::u16string text;
-  if (db->eid) text.append(db->eid).append(kSeparator);
-  if (element->eid) text.append(element->eid);
+  try {  // no exception may leave the interface
+    if (db->eid) text.append(db->eid).append(kSeparator);
+    if (element->eid) text.append(element->eid);
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
   BSTR result = SysAllocStringLen(text.data(), uint32_t(text.size()));
   if (!result) return E_OUTOFMEMORY;
   *out = result;
