@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "Nodes.h"
-#include "PayloadFields.h"
+#include "PayloadWalk.h"
 
 namespace q9py {
 namespace {
@@ -50,15 +50,15 @@ bool rawOfPhysical(Q9DbNode* signal, double value, uint64_t& raw) {
   return false;
 }
 
-class Writer : public q9tool::FieldVisitor {
+class Writer : public PayloadVisitor {
  public:
   Writer(Q9DbNode* db, const FrameEntry& frame, const std::unordered_map<std::string, SignalInput>& values,
          const EncodeOptions& options)
       : db_(db), frame_(frame), values_(values), options_(options) {}
 
-  bool visit(const q9tool::SignalField& field) override {
+  void visit(const PayloadField& field) override {
     visited_.push_back(field.signal);
-    if (!error_.empty()) return false;
+    if (!error_.empty()) return;
     const std::string& name = nameOf(field.signal);
     auto given = values_.find(name);
     uint64_t raw = 0;
@@ -66,10 +66,9 @@ class Writer : public q9tool::FieldVisitor {
       raw = given != values_.end() ? rawOf(field, name, given->second) : startValue(field);
     } catch (const EncodeError& e) {
       error_ = e.what();
-      return false;
+      return;
     }
-    q9tool::PayloadFields::store(field, raw);
-    return true;
+    storeRaw(field, raw);
   }
 
   // The signals the last walk wrote, in order.
@@ -90,13 +89,13 @@ class Writer : public q9tool::FieldVisitor {
     throw EncodeError(frame_.name + "." + name + ": " + problem);
   }
 
-  uint64_t rawOf(const q9tool::SignalField& field, const std::string& name, const SignalInput& input) {
+  uint64_t rawOf(const PayloadField& field, const std::string& name, const SignalInput& input) {
     if (input.kind == SignalInput::Text) return rawOfText(field.signal, name, input.text);
     if (options_.raw) return checkedRaw(field, name, input);
     return rawOfNumber(field, name, input.number);
   }
 
-  uint64_t rawOfNumber(const q9tool::SignalField& field, const std::string& name, double value) {
+  uint64_t rawOfNumber(const PayloadField& field, const std::string& name, double value) {
     if (!std::isfinite(value)) fail(name, number(value) + " is no finite number");
     if (options_.checkRange) {
       Q9DbPhysicalValue physical{};
@@ -117,7 +116,7 @@ class Writer : public q9tool::FieldVisitor {
                              : number(value) + " is beyond what the signal's bits carry (" + range + ")");
   }
 
-  uint64_t checkedRaw(const q9tool::SignalField& field, const std::string& name, const SignalInput& input) {
+  uint64_t checkedRaw(const PayloadField& field, const std::string& name, const SignalInput& input) {
     if (input.kind != SignalInput::Integer) fail(name, "a raw value must be an integer, not " + number(input.number));
     const int32_t bits = std::abs(field.bits);
     uint32_t encoding = 0;
@@ -158,7 +157,7 @@ class Writer : public q9tool::FieldVisitor {
   }
 
   // A signal left out goes out at its start value, else as zero bits.
-  uint64_t startValue(const q9tool::SignalField& field) {
+  uint64_t startValue(const PayloadField& field) {
     double value = 0;
     uint64_t raw = 0;
     if (Q9Db_getDefaultValue(field.signal, &value) == S_OK && rawOfPhysical(field.signal, value, raw)) return raw;
@@ -193,10 +192,9 @@ std::vector<uint8_t> encodeFrame(Q9DbNode* db, const FrameEntry& frame,
   }
   // Each walk writes the switches the next one goes by; once a walk visits
   // what the one before did, every switch is where the values put it.
-  q9tool::PayloadFields fields(frame.frame, frame.identifier, frame.extended(), payload.data(), payload.size());
   std::vector<Q9DbNode*> visited;
   for (int walk = 0; walk < kMostWalks; ++walk) {
-    fields.walk(writer);
+    walkPayload(frame.frame, frame.identifier, frame.extended(), payload.data(), payload.size(), writer);
     if (!writer.error().empty()) throw EncodeError(writer.error());
     std::vector<Q9DbNode*> now = writer.takeVisited();
     const bool settled = now == visited;
