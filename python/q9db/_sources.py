@@ -137,7 +137,10 @@ class PythonCanSource:
                 timestamp[n] = message.timestamp
                 bus[n] = code
                 identifier[n] = message.arbitration_id
-                flags[n] = ((flag_ext if message.is_extended_id else 0) | (flag_fd if message.is_fd else 0)
+                # More than 8 bytes is CAN FD even where the format keeps no
+                # flag for it (.csv, .db).
+                fd = message.is_fd or len(data) > 8
+                flags[n] = ((flag_ext if message.is_extended_id else 0) | (flag_fd if fd else 0)
                             | (flag_brs if message.bitrate_switch else 0)
                             | (flag_esi if message.error_state_indicator else 0))
                 length[n] = len(data)
