@@ -247,11 +247,6 @@ class Database:
         described = self.get_frame(frame, bus=bus)
         return self._native.encode(described.index, dict(values), bool(strict), not scaling)
 
-    def read_log(self, path, **options):
-        """The capture at path decoded into a DataFrame: see q9db.read_log."""
-        from ._logs import read_log
-        return read_log(path, self, **options)
-
 
 def _signed(raw, signal):
     if signal.is_signed and not signal.is_float and 0 < signal.length < 64 and raw >> (signal.length - 1) & 1:

@@ -51,7 +51,10 @@ class CandumpSource:
         """Batches of up to size frames; with stop_at_malformed the batches
         end at the first malformed line."""
         while not (stop_at_malformed and self._reader.malformed_count):
-            columns = self._reader.read(size, stop_at_malformed)
+            try:
+                columns = self._reader.read(size, stop_at_malformed)
+            except RuntimeError as error:  # a read or decompression error, naming the file
+                raise LogError(str(error)) from error
             if len(columns["identifier"]) == 0:
                 return
             yield Batch(columns["timestamp"], columns["bus"], self._reader.buses, columns["identifier"],

@@ -9,6 +9,8 @@ from the capture), so reads of several logs concatenate cleanly."""
 import numpy as np
 import pandas as pd
 
+from . import _native
+
 LONG_COLUMNS = ["timestamp", "channel", "frame", "signal", "value", "unit", "text"]
 
 
@@ -87,8 +89,6 @@ def wide_frame(log):
     """A row per decoded frame: timestamp, channel, frame, then a column
     per signal met (named "Frame.Signal" where two frames share the name),
     NaN where a frame doesn't carry it; text signals hold their texts."""
-    from . import _native
-
     names = SlotNames(log.database)
     decoded = np.flatnonzero(log.outcome == _native.DECODED)
     if log.filtered:  # only the frames with signals the filter let through

@@ -52,7 +52,7 @@ struct DecodedColumns {
 
 class BatchDecoder {
  public:
-  BatchDecoder(Q9DbNode* db, Catalog& catalog) : db_(db), catalog_(catalog) {}
+  explicit BatchDecoder(Catalog& catalog) : catalog_(catalog) {}
 
   // channelsOfBus[b]: the catalog's channels that decode bus b; an empty
   // list leaves its messages undecoded (kUnboundBus).
@@ -68,7 +68,6 @@ class BatchDecoder {
                 DecodedColumns& out);
   void sortRowsByMessage(size_t messages, bool withRaw, DecodedColumns& out);
 
-  Q9DbNode* db_;
   Catalog& catalog_;
   std::vector<Q9DbMessage> messages_;
   std::vector<uint32_t> indexes_;

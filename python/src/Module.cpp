@@ -38,7 +38,7 @@ py::object optionalNumber(const std::optional<double>& value) {
 
 class PyDatabase {
  public:
-  PyDatabase() : decoder_(native_.db(), native_.catalog()) {
+  PyDatabase() : decoder_(native_.catalog()) {
     if (!native_.db()) throw std::bad_alloc();
   }
 

@@ -125,3 +125,16 @@ def test_frame_statistics(vehicle):
     assert stats.loc["EngineStatus", "count"] == 300 and stats["count"].sum() == 1087
     assert stats.loc["EngineStatus", "period_mean"] == pytest.approx(10.0)
     assert stats.loc["WheelSpeeds", "cycle_time"] == 20
+
+
+@pytest.mark.parametrize("name, content, error, message", [
+    ("corrupt.log.gz", b"\x1f\x8b\x08\x00garbage", q9db.LogError, "corrupt.log.gz: gzip: the data ends before"),
+    ("capture.unknown", b"", q9db.LogError, 'No read support for this unknown log format ".unknown"'),
+    ("absent.log", None, FileNotFoundError, "absent.log"),
+])
+def test_unreadable_captures_say_why(tmp_path, vehicle, name, content, error, message):
+    path = tmp_path / name
+    if content is not None:
+        path.write_bytes(content)
+    with pytest.raises(error, match=message):
+        q9db.read_log(path, vehicle)
