@@ -112,7 +112,6 @@ class Database:
             signals = []
             for s in f["signals"]:
                 muxed = s.pop("multiplexer_ids")
-                s.pop("in_else_part")
                 signals.append(Signal(
                     multiplexer_ids=muxed if muxed or s["multiplexer_signal"] else None,
                     choices=dict(s.pop("choices")), **s))

@@ -38,9 +38,9 @@ class UndecodedFramesWarning(UserWarning):
 
 def warn(message, category):
     """Warns at the first caller outside the package."""
-    level = 2
+    level = 2  # warn's caller
     frame = sys._getframe(1)
     while frame is not None and frame.f_globals.get("__name__", "").startswith("q9db"):
         frame = frame.f_back
         level += 1
-    warnings.warn(message, category, stacklevel=level - 1)
+    warnings.warn(message, category, stacklevel=level)

@@ -71,9 +71,8 @@ class PyDatabase {
 
   py::list frames() {
     std::lock_guard<std::mutex> lock(native_.mutex());
-    Catalog& catalog = native_.catalog();
     py::list list;
-    for (const FrameEntry& f : catalog.frames()) {
+    for (const FrameEntry& f : native_.catalog().frames()) {
       py::dict frame;
       frame["name"] = f.name;
       frame["identifier"] = f.identifier;
@@ -85,7 +84,7 @@ class PyDatabase {
       frame["sender"] = senderOf(f.triggering);
       frame["comment"] = commentOf(f.frame);
       py::list signals;
-      for (size_t i = 0; i < f.signals.size(); ++i) signals.append(signal(catalog, f.signals[i], f.slots[i]));
+      for (size_t i = 0; i < f.signals.size(); ++i) signals.append(signal(f.signals[i], f.slots[i]));
       frame["signals"] = signals;
       list.append(frame);
     }
@@ -191,7 +190,7 @@ class PyDatabase {
   }
 
  private:
-  py::dict signal(Catalog&, const LaidSignal& laid, uint32_t slot) {
+  py::dict signal(const LaidSignal& laid, uint32_t slot) {
     const SignalFacts facts = signalFacts(native_.db(), laid.signal);
     py::dict s;
     s["name"] = facts.name;
@@ -214,7 +213,6 @@ class PyDatabase {
     s["multiplexer_signal"] = laid.switchSignal ? py::object(py::str(signalFacts(native_.db(), laid.switchSignal).name))
                                                 : py::object(py::none());
     s["multiplexer_ids"] = laid.switchCodes;
-    s["in_else_part"] = laid.inElsePart;
     return s;
   }
 

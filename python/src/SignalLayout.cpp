@@ -139,9 +139,8 @@ class Layout {
       signals_.push_back(std::move(laid));
       known = signals_.end() - 1;
     }
-    if (!selection.selected) return;
-    if (selection.elsePart) known->inElsePart = true;
-    else if (std::find(known->switchCodes.begin(), known->switchCodes.end(), selection.code) == known->switchCodes.end())
+    if (!selection.selected || selection.elsePart) return;
+    if (std::find(known->switchCodes.begin(), known->switchCodes.end(), selection.code) == known->switchCodes.end())
       known->switchCodes.push_back(selection.code);
   }
 

@@ -20,11 +20,10 @@ struct LaidSignal {
   int32_t byteOrder = Q9_BYTEORDER_LITTLEENDIAN;
   bool isSwitch = false;  // a multiplexed PDU of the frame switches on it
   // The switch whose parts carry the signal (null outside parts or for a
-  // switch no signal carries), and the values that select it; inElsePart
-  // when the part for every other value carries it.
+  // switch no signal carries), and the values that select it (none for the
+  // part of every other value).
   Q9DbNode* switchSignal = nullptr;
   std::vector<uint32_t> switchCodes;
-  bool inElsePart = false;
 };
 
 // The frame's signals in the decoder's order (static part before the

@@ -93,6 +93,7 @@ def test_what_is_not_decoded_is_counted_and_told(tmp_path, vehicle):
     assert set(report.mismatches) == {"0C8: 2 bytes, EngineStatus has 8",
                                       "500: logged as classic CAN, ObjectList is a CAN FD frame"}
     assert f"{path}:7: identifier must have 3 or 8 hex digits" in str(told[0].message)
+    assert told[0].filename == __file__  # the user's line, not one inside the package
     with pytest.raises(q9db.LogError, match=f"{path}:7: identifier must have 3 or 8 hex digits: .*12#00"):
         q9db.read_log(path, vehicle, errors="raise")
 
