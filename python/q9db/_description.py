@@ -26,6 +26,7 @@ class Signal:
     multiplexer_ids: Optional[List[int]]  # the switch values that select it; None: always sent
     multiplexer_signal: Optional[str]  # the switch that selects it
     is_text: bool = False  # ASCII text, not a number
+    coding: str = "unsigned"  # signed (two's complement), ones_complement, sign_magnitude, float, bcd, packed_bcd, text
     slot: int = field(default=-1, repr=False)
 
     def __repr__(self):

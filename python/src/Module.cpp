@@ -32,6 +32,22 @@ py::array_t<T> handOver(std::vector<T>&& values, std::vector<py::ssize_t> shape 
   return py::array_t<T>(shape, owned->data(), owner);
 }
 
+// The coding of a signal in a word: unsigned, signed (two's complement),
+// ones_complement, sign_magnitude, float, bcd, packed_bcd, text.
+const char* codingName(uint32_t encoding) {
+  const bool sign = encoding & Q9_ENCODING_SIGNED;
+  switch (encoding & Q9_ENCODING_TYPEMASK) {
+    case Q9_ENCODING_DIRECT: return sign ? "sign_magnitude" : "unsigned";
+    case Q9_ENCODING_1COMPL: return "ones_complement";
+    case Q9_ENCODING_2COMPL: return "signed";
+    case Q9_ENCODING_IEEE: return "float";
+    case Q9_ENCODING_UNPACKED_BCD: return "bcd";
+    case Q9_ENCODING_PACKED_BCD: return "packed_bcd";
+    case Q9_ENCODING_ASCII: return "text";
+    default: return "invalid";
+  }
+}
+
 py::object optionalNumber(const std::optional<double>& value) {
   return value ? py::object(py::float_(*value)) : py::object(py::none());
 }
@@ -201,6 +217,7 @@ class PyDatabase {
     s["is_signed"] = facts.isSigned;
     s["is_float"] = facts.isFloat;
     s["is_text"] = facts.isText;
+    s["coding"] = codingName(facts.encoding);
     s["scale"] = facts.scale;
     s["offset"] = facts.offset;
     s["minimum"] = optionalNumber(facts.minimum);

@@ -28,7 +28,8 @@ def test_signals_as_described(vehicle):
         47, 10, "big_endian", 0.1, "%")
     gear = vehicle.get_frame("GearboxStatus")
     assert gear.get_signal("CurrentGear").choices == {0: "No gear", -1: "Reverse gear"}
-    assert gear.get_signal("GearRatio").is_float and gear.get_signal("GearRatio").minimum is None
+    assert gear.get_signal("GearRatio").coding == "float" and gear.get_signal("GearRatio").minimum is None
+    assert gear.get_signal("CurrentGear").coding == "signed"
     assert vehicle.get_frame("BatteryStatus").get_signal("BatteryVoltage").initial == pytest.approx(12.6)
 
 
