@@ -46,7 +46,8 @@ def read_log(path, database, *, form="long", frames=None, signals=None, raw=Fals
     form="long": a row per decoded signal, with the columns timestamp
     (seconds, float), channel, frame, signal, value (physical, float), unit
     and text (the value's text; categoricals all but timestamp and value),
-    and raw (the raw value) when ``raw`` is True. form="wide": a row per
+    and raw (the raw value as the coding reads it, as Signal.choices keys
+    it) when ``raw`` is True. form="wide": a row per
     decoded frame, a column per signal. ``frames`` and ``signals`` keep only
     those names ("Frame.Signal" picks one frame's signal).
 

@@ -45,6 +45,21 @@ class SlotNames:
         self.texts = list(database._native.texts())
 
 
+def _signed_raw(database, raw, slot):
+    """Raw values as the coding reads them (the keys of Signal.choices):
+    two's complement ones negative where their sign bit is set."""
+    lengths = np.zeros(len(database.slot_table()[2]), np.int64)
+    for f in database.frames:
+        for s in f.signals:
+            if s.coding == "signed" and 0 < s.length < 64:
+                lengths[s.slot] = s.length
+    bits = lengths[slot]
+    value = raw.astype(np.int64)
+    negative = (bits > 0) & ((raw >> np.maximum(bits - 1, 0).astype(np.uint64)) & np.uint64(1)).astype(bool)
+    value[negative] -= np.left_shift(np.int64(1), bits[negative])
+    return value
+
+
 def long_frame(log):
     """A row per decoded signal; raw values too when they were kept."""
     names = SlotNames(log.database)
@@ -60,7 +75,7 @@ def long_frame(log):
         "text": _categorical(log.row_text, names.texts),
     }
     if log.row_raw is not None:
-        columns["raw"] = log.row_raw
+        columns["raw"] = _signed_raw(log.database, log.row_raw, slot)
     frame = pd.DataFrame(columns, copy=False)
     frame.attrs["q9db"] = log.report
     return frame

@@ -8,7 +8,7 @@ from distributed import Client, LocalCluster
 
 import q9db
 import q9db.dask
-from conftest import VEHICLE_DBC, VEHICLE_LOG
+from conftest import VEHICLE_LOG
 
 
 @pytest.fixture(scope="module")
@@ -23,7 +23,7 @@ def test_files_and_byte_ranges_as_partitions(client, tmp_path, vehicle):
     with can_logger(second) as logger:
         for m in can_messages():
             logger.on_message_received(m)
-    frame, reports = q9db.dask.read_logs([VEHICLE_LOG, second], VEHICLE_DBC, chunk_bytes=20_000, reports=True)
+    frame, reports = q9db.dask.read_logs([VEHICLE_LOG, second], vehicle, chunk_bytes=20_000, reports=True)
     assert frame.npartitions == 4  # vehicle.log in three ranges, the .asc whole
     result, reports = dask.compute(frame, reports)
     single = pd.concat([q9db.read_log(VEHICLE_LOG, vehicle), q9db.read_log(second, vehicle)])

@@ -70,6 +70,8 @@ def test_decode_texts_raw_values_and_misfits(vehicle):
     payload = bytes.fromhex("F17D000000006040")
     assert vehicle.decode(0x0D0, payload)["CurrentGear"] == "Reverse gear"
     assert vehicle.decode(0x0D0, payload, scaling=False)["CurrentGear"] == -1
+    raw = vehicle.encode("GearboxStatus", {"CurrentGear": -1, "OilTemp": 125}, scaling=False)
+    assert vehicle.decode("GearboxStatus", raw)["OilTemp"] == 85
     with pytest.raises(ValueError, match="0D0: 2 bytes, GearboxStatus has 8"):
         vehicle.decode(0x0D0, payload[:2])
     with pytest.raises(q9db.UnknownFrameError, match="no frame with identifier 0x7FF"):

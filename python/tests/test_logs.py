@@ -109,6 +109,12 @@ def test_buses_bound_to_files(tmp_path):
         "can0": "EngineStatus", "can1": "DoorStatus"}
 
 
+def test_raw_values_as_the_coding_reads_them(vehicle):
+    frame = q9db.read_log(VEHICLE_LOG, vehicle, raw=True, signals=["CurrentGear", "EngineSpeed"])
+    raw = frame.groupby("signal", observed=True)["raw"].first().to_dict()
+    assert raw == {"CurrentGear": -1, "EngineSpeed": 4601}  # choices key -1: "Reverse gear"
+
+
 def test_wide_form_and_filters(vehicle, vehicle_log):
     wide = q9db.read_log(VEHICLE_LOG, vehicle, form="wide")
     assert len(wide) == 1087 and list(wide.columns[:3]) == ["timestamp", "channel", "frame"]
@@ -121,11 +127,17 @@ def test_wide_form_and_filters(vehicle, vehicle_log):
         q9db.read_log(VEHICLE_LOG, vehicle, signals=["Rpm"])
 
 
-def test_frame_statistics(vehicle):
+def test_frame_statistics(tmp_path, vehicle):
     stats = q9db.frame_stats(VEHICLE_LOG, vehicle).set_index("frame")
     assert stats.loc["EngineStatus", "count"] == 300 and stats["count"].sum() == 1087
     assert stats.loc["EngineStatus", "period_mean"] == pytest.approx(10.0)
     assert stats.loc["WheelSpeeds", "cycle_time"] == 20
+    path = tmp_path / "short.log"
+    path.write_text("(1.00) can0 7FF#01\n(1.25) can0 7FF#01\n(1.50) can0 0C8#01\n")
+    with pytest.warns(q9db.UndecodedFramesWarning):
+        undecoded = q9db.frame_stats(path, vehicle)
+    assert undecoded[["frame_id", "frame", "count", "not_decoded", "period_mean"]].values.tolist() == [
+        [0x0C8, "", 1, 1, pytest.approx(float("nan"), nan_ok=True)], [0x7FF, "", 2, 2, 250.0]]
 
 
 @pytest.mark.parametrize("name, content, error, message", [
