@@ -14,3 +14,5 @@ for program in "$build"/bin/q9db_*Bench; do
   "$program" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true "$@"
 done
 "$root/bench/decode_capture.sh" "$build"
+# The Python package, when the build made it.
+if [ -d "$build/python/q9db" ]; then /usr/bin/python3 "$root/bench/python_read_log.py" "$build"; fi

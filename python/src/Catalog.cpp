@@ -1,0 +1,120 @@
+#include "Catalog.h"
+
+#include "Nodes.h"
+
+namespace q9py {
+namespace {
+
+using q9tool::displayName;
+using q9tool::forEachNode;
+
+constexpr uint32_t kLargestStandardId = 0x7FF;
+
+std::string signalUnit(Q9DbNode* signal) {
+  Q9DbNode* unit = nullptr;
+  Q9Db_getUnit(signal, &unit);  // the unit of the signal's coding
+  return q9tool::unitName(unit);
+}
+
+}  // namespace
+
+uint64_t frameCycleTime(Q9DbNode* frame) {
+  uint64_t cycle = 0;
+  forEachNode(Q9Db_enumPDUInstances, frame, [&](Q9DbNode* instance) {
+    Q9DbNode* pdu = nullptr;
+    if (cycle || Q9Db_getReference(instance, &pdu) != S_OK || !pdu) return;
+    forEachNode(Q9Db_enumPDUTriggerings, pdu, [&](Q9DbNode* pduTriggering) {
+      forEachNode(Q9Db_enumChildren, pduTriggering, [&](Q9DbNode* timing) {
+        if (!cycle && Q9Db_getNodeType(timing) == Q9_NODETYPE_CyclicTiming) Q9Db_getCycletime(timing, &cycle);
+      });
+    });
+  });
+  return cycle;
+}
+
+void Catalog::build(Q9DbNode* db) {
+  *this = Catalog();
+  db_ = db;
+  forEachNode(Q9Db_enumClusters, db, [&](Q9DbNode* cluster) {
+    int32_t type = Q9_CLUSTERTYPE_INVALID;
+    Q9Db_getClusterType(cluster, &type);
+    forEachNode(Q9Db_enumChildren, cluster, [&](Q9DbNode* channel) {
+      if (Q9Db_getNodeType(channel) == Q9_NODETYPE_Channel) channels_.push_back({channel, displayName(channel), type});
+    });
+  });
+  for (uint32_t c = 0; c < channels_.size(); ++c) {
+    forEachNode(Q9Db_enumFrameTriggerings, channels_[c].node, [&](Q9DbNode* triggering) {
+      FrameEntry entry{triggering, nullptr, c, {}, 0, ~0u, 0, 0, 0, {}, {}};
+      if (Q9Db_getFrame(triggering, &entry.frame) != S_OK || !entry.frame) return;
+      const uint32_t type = Q9Db_getNodeType(triggering);
+      if (type == Q9_NODETYPE_MaskedIdentifierTriggering) {
+        Q9Db_getIdentifierCode(triggering, &entry.identifier);
+        Q9Db_getIdentifierMask(triggering, &entry.mask);
+      } else if (type == Q9_NODETYPE_IdentifierBasedTriggering) {
+        Q9Db_getIdentifier(triggering, &entry.identifier);
+      } else {
+        return;  // scheduled in time slots: nothing a log of identifiers finds
+      }
+      entry.name = displayName(entry.frame);
+      Q9Db_getFlags(triggering, &entry.flags);
+      Q9Db_getLength(entry.frame, &entry.length);
+      entry.cycleMilliseconds = frameCycleTime(entry.frame);
+      entry.signals = layOutSignals(entry.frame);
+      const auto at = uint32_t(frames_.size());
+      byTriggering_.insert(triggering, nullptr, int32_t(at));
+      if (entry.masked()) {
+        masked_.push_back(at);
+      } else {
+        if (!entry.extended()) byIdentifier_[key(entry.identifier, false)].push_back(at);
+        if (entry.extended() || (entry.eitherType() && entry.identifier > kLargestStandardId))
+          byIdentifier_[key(entry.identifier, true)].push_back(at);
+      }
+      frames_.push_back(std::move(entry));
+    });
+  }
+  // The frames' signals and their value texts first, in order: the
+  // categories of a decoded log are the same whatever it holds.
+  for (uint32_t f = 0; f < frames_.size(); ++f) {
+    for (const LaidSignal& laid : frames_[f].signals) {
+      frames_[f].slots.push_back(addSlot(int32_t(f), frames_[f].channel, laid.signal));
+      for (const q9tool::ValueText& text : q9tool::valueTexts(db, laid.signal)) textCode(text.text);
+    }
+  }
+}
+
+uint32_t Catalog::addSlot(int32_t frame, uint32_t channel, Q9DbNode* signal) {
+  const void* owner = frame >= 0 ? static_cast<const void*>(frames_[size_t(frame)].triggering)
+                                 : static_cast<const void*>(channels_[channel].node);
+  const int32_t known = slotIndex_.find(owner, signal);
+  if (known >= 0) return uint32_t(known);
+  const auto at = uint32_t(slots_.size());
+  slots_.push_back({frame, channel, signal, displayName(signal), signalUnit(signal)});
+  slotIndex_.insert(owner, signal, int32_t(at));
+  return at;
+}
+
+uint32_t Catalog::slotOf(int32_t frame, uint32_t channel, Q9DbNode* signal) {
+  const void* owner = frame >= 0 ? static_cast<const void*>(frames_[size_t(frame)].triggering)
+                                 : static_cast<const void*>(channels_[channel].node);
+  const int32_t known = slotIndex_.find(owner, signal);
+  return known >= 0 ? uint32_t(known) : addSlot(frame, channel, signal);
+}
+
+int32_t Catalog::textCode(std::string_view text) {
+  auto found = textCodes_.find(std::string(text));
+  if (found != textCodes_.end()) return found->second;
+  const auto code = int32_t(texts_.size());
+  texts_.emplace_back(text);
+  textCodes_.emplace(texts_.back(), code);
+  return code;
+}
+
+int32_t Catalog::textCode(Q9DbStringSlot* slot) {
+  const int32_t known = textSlotIndex_.find(slot, nullptr);
+  if (known >= 0) return known;
+  const int32_t code = textCode(q9tool::slotText(db_, slot));
+  textSlotIndex_.insert(slot, nullptr, code);
+  return code;
+}
+
+}  // namespace q9py

@@ -1,0 +1,110 @@
+// What the extension knows of a database's networks, worked out after each
+// import: the channels, every frame triggering with its identifier, and a
+// slot per frame and signal (a decoded row of a log names its slot, and the
+// Python side names the slot's frame, signal and unit once, not per row),
+// and the texts values can have. Decoding and encoding look things up here
+// instead of walking the nodes per frame.
+#ifndef Q9DB_PYTHON_CATALOG_H
+#define Q9DB_PYTHON_CATALOG_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "PointerIndex.h"
+#include "Q9Db.h"
+#include "SignalLayout.h"
+
+namespace q9py {
+
+struct ChannelEntry {
+  Q9DbNode* node;
+  std::string name;
+  int32_t clusterType;  // Q9_CLUSTERTYPE_...
+};
+
+struct FrameEntry {
+  Q9DbNode* triggering;
+  Q9DbNode* frame;
+  uint32_t channel;  // index among the channels
+  std::string name;
+  uint32_t identifier;  // the code of a masked triggering
+  uint32_t mask;        // all ones but for a masked triggering
+  uint32_t flags;       // the triggering's Q9_FLAG_... bits
+  int32_t length;       // bytes
+  uint64_t cycleMilliseconds;  // 0: not cyclic
+  std::vector<LaidSignal> signals;
+  std::vector<uint32_t> slots;  // beside signals
+
+  bool extended() const { return (flags & Q9_FLAGMASK_CAN_FRAMETYPE) == Q9_FLAG_CANEXTENDED; }
+  bool eitherType() const { return (flags & Q9_FLAGMASK_CAN_FRAMETYPE) == Q9_FLAG_CANSTD_OR_EXT; }
+  bool fd() const { return flags & Q9_FLAG_CANFD_FRAME; }
+  bool masked() const { return mask != ~0u; }
+};
+
+// A signal as one frame carries it.
+struct SlotEntry {
+  int32_t frame;  // index among the frames; -1: a channel's own PDU instances
+  uint32_t channel;
+  Q9DbNode* signal;
+  std::string name;
+  std::string unit;
+};
+
+class Catalog {
+ public:
+  void build(Q9DbNode* db);
+
+  const std::vector<ChannelEntry>& channels() const { return channels_; }
+  const std::vector<FrameEntry>& frames() const { return frames_; }
+  const std::vector<SlotEntry>& slots() const { return slots_; }
+  const std::vector<std::string>& texts() const { return texts_; }
+
+  // The frame of a triggering, or -1.
+  int32_t frameOf(const Q9DbNode* triggering) const { return byTriggering_.find(triggering, nullptr); }
+  // The slot of signal as decoded in frame (-1: on channel's own PDU
+  // instances); a signal the frame's walk didn't list gets a new slot.
+  uint32_t slotOf(int32_t frame, uint32_t channel, Q9DbNode* signal);
+  // The code of a text among texts(); new texts are added.
+  int32_t textCode(Q9DbStringSlot* slot);
+  int32_t textCode(std::string_view text);
+
+  // Calls visit(index) for each frame described with identifier as a
+  // standard (extended false) or extended one; masked triggerings whose
+  // code and mask take it too.
+  template <typename Visit>
+  void forFramesWith(uint32_t identifier, bool extended, Visit visit) const {
+    auto found = byIdentifier_.find(key(identifier, extended));
+    if (found != byIdentifier_.end())
+      for (uint32_t at : found->second) visit(at);
+    for (uint32_t at : masked_) {
+      const FrameEntry& f = frames_[at];
+      if ((identifier & f.mask) == (f.identifier & f.mask) && (f.eitherType() || f.extended() == extended)) visit(at);
+    }
+  }
+
+ private:
+  static uint64_t key(uint32_t identifier, bool extended) { return uint64_t(identifier) << 1 | (extended ? 1 : 0); }
+  uint32_t addSlot(int32_t frame, uint32_t channel, Q9DbNode* signal);
+
+  Q9DbNode* db_ = nullptr;
+  std::vector<ChannelEntry> channels_;
+  std::vector<FrameEntry> frames_;
+  std::vector<SlotEntry> slots_;
+  std::vector<std::string> texts_;
+  std::unordered_map<std::string, int32_t> textCodes_;
+  PointerIndex byTriggering_;
+  PointerIndex slotIndex_;     // (triggering or channel, signal) -> slot
+  PointerIndex textSlotIndex_;  // (text slot, null) -> text code
+  std::unordered_map<uint64_t, std::vector<uint32_t>> byIdentifier_;
+  std::vector<uint32_t> masked_;
+};
+
+// The cycle of the first PDU of the frame that has one, in milliseconds.
+uint64_t frameCycleTime(Q9DbNode* frame);
+
+}  // namespace q9py
+
+#endif

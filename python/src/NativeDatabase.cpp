@@ -1,0 +1,68 @@
+#include "NativeDatabase.h"
+
+#include <algorithm>
+
+#include "Nodes.h"
+
+namespace q9py {
+namespace {
+
+std::vector<Q9DbNode*> allChannels(Q9DbNode* db) {
+  std::vector<Q9DbNode*> channels;
+  q9tool::forEachNode(Q9Db_enumClusters, db, [&](Q9DbNode* cluster) {
+    q9tool::forEachNode(Q9Db_enumChildren, cluster, [&](Q9DbNode* child) {
+      if (Q9Db_getNodeType(child) == Q9_NODETYPE_Channel) channels.push_back(child);
+    });
+  });
+  return channels;
+}
+
+// The reader's messages begin with the file's name (and line and column);
+// others get it put in front.
+std::string namingTheFile(const std::string& path, const std::string& text) {
+  if (text.compare(0, path.size(), path) == 0) return text;
+  return path + ": " + text;
+}
+
+}  // namespace
+
+std::vector<FileReport> NativeDatabase::load(const std::string& path, const std::string& bus) {
+  const std::vector<Q9DbNode*> before = allChannels(db());
+  const size_t reportsBefore = network_.reports().size();
+  std::string error;
+  const bool imported = network_.import(path, error);
+  std::vector<FileReport> reports;
+  const std::vector<q9tool::ImportReport>& all = network_.reports();
+  for (size_t i = reportsBefore; i < all.size(); ++i) {
+    // The reader's last warning of an unusable file is the failure itself.
+    if (!imported && i + 1 == all.size() && namingTheFile(path, all[i].text).compare(0, error.size(), error) == 0)
+      break;
+    reports.push_back({all[i].first, all[i].second, namingTheFile(path, all[i].text)});
+  }
+  if (!imported) throw ImportFailure(error, std::move(reports));
+  File file{path, bus, {}};
+  for (Q9DbNode* channel : allChannels(db()))
+    if (std::find(before.begin(), before.end(), channel) == before.end()) file.channels.push_back(channel);
+  files_.push_back(std::move(file));
+  catalog_.build(db());
+  for (auto& resolved : resolved_) resolved.clear();
+  return reports;
+}
+
+const std::vector<uint32_t>& NativeDatabase::channelsFor(const std::string& bus, bool canOnly) {
+  auto& resolved = resolved_[canOnly ? 1 : 0];
+  auto known = resolved.find(bus);
+  if (known != resolved.end()) return known->second;
+  const bool bound = std::any_of(files_.begin(), files_.end(), [&](const File& f) { return !f.bus.empty() && f.bus == bus; });
+  std::vector<uint32_t> channels;
+  const std::vector<ChannelEntry>& entries = catalog_.channels();
+  for (const File& file : files_) {
+    if (bound ? file.bus != bus : !file.bus.empty()) continue;
+    for (Q9DbNode* node : file.channels)
+      for (uint32_t c = 0; c < entries.size(); ++c)
+        if (entries[c].node == node && (!canOnly || entries[c].clusterType == Q9_CLUSTERTYPE_CAN)) channels.push_back(c);
+  }
+  return resolved.emplace(bus, std::move(channels)).first->second;
+}
+
+}  // namespace q9py
