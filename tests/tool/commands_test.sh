@@ -479,6 +479,21 @@ has out "  EngineState = 4 (Fault)"
 has out "  SeatHeatPassenger = 2 (Medium)"
 has out "  Checksum = 256"
 
+# A signal set in a nested part keeps its value where another part copies
+# the same bits of the frame.
+cat >"$scratch/nested.lua" <<'LUA'
+function before_send(frame)
+  frame:set("Service", 1)
+  frame:set("Page", 2)
+  frame:set("Pressure", 123.5)
+end
+LUA
+nested=$2/python/tests/data/nested_switches.dbc
+"$q9db" simulate "$nested" -d 0.001 --set Diag.Counter=7 --script "$scratch/nested.lua" >"$scratch/nested.log" 2>"$scratch/err" ||
+  fail "restbus nested parts: $(cat "$scratch/err")"
+run "restbus nested parts decode" 0 "$q9db" decode "$nested" --log "$scratch/nested.log" -f line
+has out "Page=2; Pressure=123.5 kPa"
+
 # Script errors stop the simulation, naming the script's line and the frame;
 # the lines written before stay whole.
 while IFS='|' read -r name body message; do

@@ -1,5 +1,7 @@
 #include "PayloadFields.h"
 
+#include <cstring>
+
 #include "Nodes.h"
 
 namespace q9tool {
@@ -24,6 +26,15 @@ bool isPdu(Q9DbNode* node) {
 
 int32_t orderedLength(int32_t byteOrder, int32_t length) {
   return byteOrder == Q9_BYTEORDER_BIGENDIAN ? -length : length;
+}
+
+// Whether bits [from, from + length) of two part images differ.
+bool bitsDiffer(const uint8_t* a, const uint8_t* b, uint32_t from, int32_t length) {
+  uint8_t left[kPartImageSize] = {};
+  uint8_t right[kPartImageSize] = {};
+  Q9bit_copy(left, sizeof left, 0, length, a, from, length);
+  Q9bit_copy(right, sizeof right, 0, length, b, from, length);
+  return std::memcmp(left, right, (size_t(length) + 7) / 8) != 0;
 }
 
 }  // namespace
@@ -138,15 +149,24 @@ bool PayloadFields::part(FieldVisitor& visitor, Q9DbNode* part, Image image, int
       Q9bit_copy(assembled, sizeof assembled, to, length, from, at, bits);
     to += uint32_t(length);
   });
+  uint8_t before[kPartImageSize];
+  std::memcpy(before, assembled, sizeof before);
   if (!pdu(visitor, carried, {assembled, sizeof assembled}, 0, depth + 1)) return false;
 
-  // The part's bits go back to where they came from.
+  // The part's changed bits go back to where they came from. Only changed
+  // segments: segments may copy the same bits of the frame (a signal of one
+  // part where another has its own), and an unchanged copy written after a
+  // changed one would undo the change.
   uint32_t from = 0;
   forEachNode(Q9Db_enumSegments, part, [&](Q9DbNode* segment) {
     const int32_t length = readInt(Q9Db_getBitLength, segment);
     if (length <= 0) return;
     const int64_t pos = readInt(Q9Db_getBitPosition, segment) + offset;
     const int32_t bits = orderedLength(readInt(Q9Db_getByteOrder, segment), length);
+    if (!bitsDiffer(before, assembled, from, length)) {
+      from += uint32_t(length);
+      return;
+    }
     if (fieldFits(image.size, pos, bits))
       Q9bit_copy(image.data, image.size, uint32_t(pos), bits, assembled, from, length);
     else
