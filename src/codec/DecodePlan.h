@@ -16,6 +16,7 @@
 
 #include "Q9Db.h"
 #include "codec/CompiledDecoding.h"
+#include "codec/DecodeSources.h"
 #include "codec/WordRead.h"
 #include "store/TriggeringIndex.h"
 
@@ -181,6 +182,41 @@ inline uint64_t readPlannedWord(const PlannedField& f, const uint8_t* payload) {
   const uint64_t big = __builtin_bswap64(little);
   const uint64_t word = f.read == FieldRead::LittleWord ? little : big;
   return (word << f.up) >> f.down;
+}
+
+// The switch code of a message (its payload of length bytes and its
+// identifier image), or false when it has none.
+inline bool plannedSwitchCode(const MuxPlan& mux, const uint8_t* payload, uint64_t length, uint32_t identifierImage,
+                              uint32_t* code) {
+  const PlannedField& f = mux.switchField;
+  switch (mux.switchRead) {
+    case SwitchRead::Zero: *code = 0; return true;
+    case SwitchRead::Field:
+      *code = uint32_t(f.read == FieldRead::Bytes ? readFieldInside(payload, length, f.where.at.pos, f.where.at.bits)
+                                                  : readPlannedWord(f, payload));
+      return true;
+    case SwitchRead::Identifier: {
+      const IdentifierImage id(identifierImage);
+      *code = uint32_t(readFieldInside(id.bytes, sizeof id.bytes, f.where.at.pos, f.where.at.bits));
+      return true;
+    }
+    default: return false;
+  }
+}
+
+// Where the fields of a part read: the payload, or the part's image
+// assembled in image (Q9_DECODE_BUFFER_SIZE bytes).
+inline const uint8_t* plannedPartSource(const PartPlan& part, uint8_t* image, const uint8_t* payload,
+                                        uint32_t identifierImage) {
+  if (!part.image) return payload;
+  std::memset(image, 0, Q9_DECODE_BUFFER_SIZE);
+  const IdentifierImage id(identifierImage);
+  for (uint64_t i = 0; i < part.segmentCount; ++i) {
+    const PlannedSegment& s = part.segments[i];
+    Q9bit_copy(image, Q9_DECODE_BUFFER_SIZE, s.dest, int32_t(fieldLength(s.bits)), s.fromIdentifier ? id.bytes : payload,
+               s.pos, s.bits);
+  }
+  return image;
 }
 
 // Q9Db_internalToPhysical by a field whose conversion is compiled: the same

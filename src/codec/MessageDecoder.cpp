@@ -181,44 +181,18 @@ bool deliverPlanned(const Q9DbDecodeEnum& e, const PlannedField& f, const uint8_
   return true;
 }
 
-// Where the fields of a part read: the payload, or the part's image
-// assembled in the buffer of stack entry `entry`.
+// Where the fields of a part read, its image in the buffer of stack entry
+// `entry`.
 const uint8_t* partSource(Q9DbDecodeEnum& e, const PartPlan& part, uint32_t entry) {
-  if (!part.image) return e.payload;
-  uint8_t* image = e.stack[entry].buffer;
-  std::memset(image, 0, Q9_DECODE_BUFFER_SIZE);
-  const IdentifierImage id(e.identifierImage);
-  for (uint64_t i = 0; i < part.segmentCount; ++i) {
-    const PlannedSegment& s = part.segments[i];
-    Q9bit_copy(image, Q9_DECODE_BUFFER_SIZE, s.dest, int32_t(fieldLength(s.bits)), s.fromIdentifier ? id.bytes : e.payload,
-               s.pos, s.bits);
-  }
-  return image;
-}
-
-// The switch code, or false when this message has none.
-bool readSwitch(const Q9DbDecodeEnum& e, const MuxPlan& mux, uint32_t* code) {
-  const PlannedField& f = mux.switchField;
-  switch (mux.switchRead) {
-    case SwitchRead::Zero: *code = 0; return true;
-    case SwitchRead::Field:
-      *code = uint32_t(f.read == FieldRead::Bytes ? readFieldInside(e.payload, e.length, f.where.at.pos, f.where.at.bits)
-                                                  : readPlannedWord(f, e.payload));
-      return true;
-    case SwitchRead::Identifier: {
-      const IdentifierImage id(e.identifierImage);
-      *code = uint32_t(readFieldInside(id.bytes, sizeof id.bytes, f.where.at.pos, f.where.at.bits));
-      return true;
-    }
-    default: return false;
-  }
+  return plannedPartSource(part, e.stack[entry].buffer, e.payload, e.identifierImage);
 }
 
 // Starts the walk over a multiplexed PDU's parts: the static part's signals
 // first, then those of the part the switch selects.
 void startParts(Q9DbDecodeEnum& e, const MuxPlan& mux) {
   uint32_t code = 0;
-  const PartPlan* selected = readSwitch(e, mux, &code) ? selectedPart(mux, code) : nullptr;
+  const PartPlan* selected =
+      plannedSwitchCode(mux, e.payload, e.length, e.identifierImage, &code) ? selectedPart(mux, code) : nullptr;
   const PartPlan* first = mux.staticPart ? mux.staticPart : selected;
   if (!first) return startPartWalk(e.instanceWalk, nullptr, nullptr, nullptr);
   startPartWalk(e.instanceWalk, first, first == selected ? nullptr : selected, partSource(e, *first, 0));
