@@ -68,19 +68,6 @@ class DecodePlanTest : public DecoderTest {
     EXPECT_EQ(byPlans, byNodes) << std::hex << identifier;
     return byPlans;
   }
-
-  Q9DbNode* compute(Q9DbNode* signal, Q9DbNode* computation, double lower, double upper, uint32_t flags = 3) {
-    if (lower <= upper) Q9Db_addRange(computation, lower, upper, flags);
-    Q9Db_addInternalToPhysicalComputations(codingOf(signal), 1, &computation);
-    return computation;
-  }
-  Q9DbNode* text(const char* t) {
-    Q9DbStringSlot* slot = nullptr;
-    Q9Db_stringCreateSlotA(handle, 0, t, &slot);
-    Q9DbNode* c = nullptr;
-    Q9Db_createMappedTextComputation(handle, nullptr, slot, &c);
-    return c;
-  }
 };
 
 // Frames of many lengths with fields of every length, byte order and
@@ -88,85 +75,8 @@ class DecodePlanTest : public DecoderTest {
 // PDUs of every shape: each message decodes by its plan exactly as over the
 // nodes.
 TEST_F(DecodePlanTest, PlansDecodeAsTheNodesDo) {
-  uint64_t state = 7;
-  auto next = [&](uint64_t n) {
-    state = state * 6364136223846793005ull + 1442695040888963407ull;
-    return (state >> 33) % n;
-  };
-  const uint32_t encodings[] = {Q9_ENCODING_DIRECT, Q9_ENCODING_DIRECT | Q9_ENCODING_SIGNED, Q9_ENCODING_1COMPL,
-                                Q9_ENCODING_2COMPL, Q9_ENCODING_IEEE, Q9_ENCODING_PACKED_BCD, Q9_ENCODING_ASCII};
-  const int32_t lengths[] = {1, 3, 5, 7, 8, 9, 12, 16, 24, 32, 33, 64};
-  std::vector<uint64_t> frameLengths;
-  for (uint32_t m = 0; m < 24; ++m) {
-    const int32_t frameLength = int32_t(1 + next(20));
-    frameLengths.push_back(uint64_t(frameLength));
-    Q9DbNode* pdu = signalPdu(frame(fresh(), frameLength, 0x100 + m), int32_t(next(3) * 8));
-    for (int i = 0; i < 6; ++i) {
-      const int32_t length = lengths[next(12)];
-      const int32_t order = next(2) ? BE : Q9_BYTEORDER_LITTLEENDIAN;
-      Q9DbNode* s = field(fresh(), pdu, int32_t(next(8 * uint64_t(frameLength))), length, order,
-                          encodings[next(length % 8 ? 4 : 7)]);
-      switch (next(7)) {
-        case 0: compute(s, linear(0.5, -3), -1e9, 1e9); break;
-        case 1: {
-          // Limits either way round, equal, open or closed, infinite or NaN.
-          const double limits[] = {0, 1, 2, 7, 100, 255, -HUGE_VAL, HUGE_VAL, std::nan("")};
-          Q9DbNode* c = linear(next(2) ? 1 : 0.25, -40);
-          Q9Db_addRange(c, limits[next(9)], limits[next(9)], uint32_t(next(4)));
-          compute(s, c, 1, 0);
-          break;
-        }
-        case 2:
-          compute(s, text("low"), 0, 3);
-          compute(s, text("high"), 4, 1e30);
-          compute(s, text("overlapping"), 2, 5, uint32_t(next(4)));
-          break;
-        case 3: compute(s, linear(2, 0), 1, 0); break;  // no range: never applies
-        case 4: {
-          Q9DbNode* c = nullptr;
-          Q9Db_createMappedValueComputation(handle, nullptr, 42, &c);
-          compute(s, c, 0, 10);
-          break;
-        }
-        case 5: {
-          Q9DbNode* c = nullptr;
-          Q9Db_createIdentityComputation(handle, nullptr, &c);
-          compute(s, c, 10, 20, 0);
-          Q9Db_addRange(c, 0, 5, 1);
-          break;
-        }
-        default: break;
-      }
-    }
-  }
-  // Multiplexed frames: switches in the payload or the identifier, parts
-  // with scattered, big-endian, empty or unreadable segments or none, else
-  // and static parts, now and then a further multiplexed PDU in a part.
-  const uint32_t kStaticCode = kStatic, kElseCode = kElse;
-  for (uint32_t m = 24; m < 48; ++m) {
-    const int32_t frameLength = int32_t(2 + next(10));
-    frameLengths.push_back(uint64_t(frameLength));
-    const int32_t switchLength = int32_t(next(6));
-    const int32_t switchPosition = next(4) ? int32_t(next(8 * uint64_t(frameLength))) : -int32_t(1 + next(40));
-    // Also under a mask, so that the identifier's top bits, which a switch
-    // may read, vary.
-    Q9DbNode* f = frame(fresh(), frameLength, 0x100 + m);
-    Q9DbNode* masked = nullptr;
-    Q9Db_createMaskedIdentifierTriggering(handle, nullptr, 0xFF, m, 0, f, nullptr, channel, &masked);
-    Q9DbNode* mux = muxPdu(f, switchPosition, switchLength, int32_t(next(2) * 8), next(2) ? BE : Q9_BYTEORDER_LITTLEENDIAN);
-    for (uint32_t code : {kStaticCode, 0u, 1u, 2u, kElseCode}) {
-      if (!next(4)) continue;
-      std::vector<SegmentSpec> segments;
-      for (uint64_t n = next(3); n > 0; --n)
-        segments.push_back({next(5) ? int32_t(next(8 * uint64_t(frameLength))) : -int32_t(next(40)),
-                            int32_t(next(20)) - 1, next(2) ? BE : Q9_BYTEORDER_LITTLEENDIAN});
-      Q9DbNode* carrier = part(mux, code, segments);
-      Q9DbNode* pdu = next(16) ? signalPdu(carrier) : muxPdu(carrier, 0, 2);
-      if (Q9Db_getNodeType(pdu) == Q9_NODETYPE_MultiplexedPDU) pdu = signalPdu(part(pdu, kStatic));
-      for (uint64_t n = 1 + next(3); n > 0; --n)
-        field(fresh(), pdu, int32_t(next(48)), lengths[next(8)], next(2) ? BE : Q9_BYTEORDER_LITTLEENDIAN);
-    }
-  }
+  RandomChoice next(7);
+  const std::vector<uint64_t> frameLengths = randomNetwork(next);
   for (int round = 0; round < 600; ++round) {
     const uint32_t m = uint32_t(next(48));
     Bytes payload(next(5) ? frameLengths[m] : 1 + next(20));

@@ -1,7 +1,9 @@
-// A channel in a fresh database, builders for frames, PDUs, parts and
-// signals, and a decode walk written out as one line of text.
+// A channel in a fresh database, builders for frames, PDUs, parts, signals
+// and computations, a random network of them all, and a decode walk
+// written out as one line of text.
 #pragma once
 
+#include <cmath>
 #include <cstdio>
 #include <deque>
 #include <string>
@@ -36,6 +38,19 @@ struct SegmentSpec {
   int32_t bitpos;
   int32_t bitlen;
   int32_t byteOrder = Q9_BYTEORDER_LITTLEENDIAN;
+};
+
+// A small deterministic generator: next(n) is in [0, n).
+class RandomChoice {
+ public:
+  explicit RandomChoice(uint64_t seed) : state_(seed) {}
+  uint64_t operator()(uint64_t n) {
+    state_ = state_ * 6364136223846793005ull + 1442695040888963407ull;
+    return (state_ >> 33) % n;
+  }
+
+ private:
+  uint64_t state_;
 };
 
 class DecoderTest : public StoreTest {
@@ -126,6 +141,102 @@ class DecoderTest : public StoreTest {
     Q9DbNode* s = signal(name, bitlen, encoding);
     place(s, pdu, bitpos, byteOrder);
     return s;
+  }
+
+  Q9DbNode* compute(Q9DbNode* signal, Q9DbNode* computation, double lower, double upper, uint32_t flags = 3) {
+    if (lower <= upper) Q9Db_addRange(computation, lower, upper, flags);
+    Q9Db_addInternalToPhysicalComputations(codingOf(signal), 1, &computation);
+    return computation;
+  }
+  Q9DbNode* text(const char* t) {
+    Q9DbStringSlot* slot = nullptr;
+    Q9Db_stringCreateSlotA(handle, 0, t, &slot);
+    Q9DbNode* c = nullptr;
+    Q9Db_createMappedTextComputation(handle, nullptr, slot, &c);
+    return c;
+  }
+
+  // Frames of many lengths with fields of every length, byte order and
+  // encoding at random places, computations of every class, and
+  // multiplexed PDUs of every shape. Message m (0 to 47) has identifier
+  // 0x100 + m and the frame length at m of the answer; the multiplexed
+  // ones (24 and up) are also under a mask.
+  std::vector<uint64_t> randomNetwork(RandomChoice& next) {
+    const uint32_t encodings[] = {Q9_ENCODING_DIRECT, Q9_ENCODING_DIRECT | Q9_ENCODING_SIGNED, Q9_ENCODING_1COMPL,
+                                  Q9_ENCODING_2COMPL, Q9_ENCODING_IEEE, Q9_ENCODING_PACKED_BCD, Q9_ENCODING_ASCII};
+    const int32_t lengths[] = {1, 3, 5, 7, 8, 9, 12, 16, 24, 32, 33, 64};
+    std::vector<uint64_t> frameLengths;
+    for (uint32_t m = 0; m < 24; ++m) {
+      const int32_t frameLength = int32_t(1 + next(20));
+      frameLengths.push_back(uint64_t(frameLength));
+      Q9DbNode* pdu = signalPdu(frame(fresh(), frameLength, 0x100 + m), int32_t(next(3) * 8));
+      for (int i = 0; i < 6; ++i) {
+        const int32_t length = lengths[next(12)];
+        const int32_t order = next(2) ? BE : Q9_BYTEORDER_LITTLEENDIAN;
+        Q9DbNode* s = field(fresh(), pdu, int32_t(next(8 * uint64_t(frameLength))), length, order,
+                            encodings[next(length % 8 ? 4 : 7)]);
+        switch (next(7)) {
+          case 0: compute(s, linear(0.5, -3), -1e9, 1e9); break;
+          case 1: {
+            // Limits either way round, equal, open or closed, infinite or NaN.
+            const double limits[] = {0, 1, 2, 7, 100, 255, -HUGE_VAL, HUGE_VAL, std::nan("")};
+            Q9DbNode* c = linear(next(2) ? 1 : 0.25, -40);
+            Q9Db_addRange(c, limits[next(9)], limits[next(9)], uint32_t(next(4)));
+            compute(s, c, 1, 0);
+            break;
+          }
+          case 2:
+            compute(s, text("low"), 0, 3);
+            compute(s, text("high"), 4, 1e30);
+            compute(s, text("overlapping"), 2, 5, uint32_t(next(4)));
+            break;
+          case 3: compute(s, linear(2, 0), 1, 0); break;  // no range: never applies
+          case 4: {
+            Q9DbNode* c = nullptr;
+            Q9Db_createMappedValueComputation(handle, nullptr, 42, &c);
+            compute(s, c, 0, 10);
+            break;
+          }
+          case 5: {
+            Q9DbNode* c = nullptr;
+            Q9Db_createIdentityComputation(handle, nullptr, &c);
+            compute(s, c, 10, 20, 0);
+            Q9Db_addRange(c, 0, 5, 1);
+            break;
+          }
+          default: break;
+        }
+      }
+    }
+    // Multiplexed frames: switches in the payload or the identifier, parts
+    // with scattered, big-endian, empty or unreadable segments or none, else
+    // and static parts, now and then a further multiplexed PDU in a part.
+    const uint32_t kStaticCode = kStatic, kElseCode = kElse;
+    for (uint32_t m = 24; m < 48; ++m) {
+      const int32_t frameLength = int32_t(2 + next(10));
+      frameLengths.push_back(uint64_t(frameLength));
+      const int32_t switchLength = int32_t(next(6));
+      const int32_t switchPosition = next(4) ? int32_t(next(8 * uint64_t(frameLength))) : -int32_t(1 + next(40));
+      // Also under a mask, so that the identifier's top bits, which a switch
+      // may read, vary.
+      Q9DbNode* f = frame(fresh(), frameLength, 0x100 + m);
+      Q9DbNode* masked = nullptr;
+      Q9Db_createMaskedIdentifierTriggering(handle, nullptr, 0xFF, m, 0, f, nullptr, channel, &masked);
+      Q9DbNode* mux = muxPdu(f, switchPosition, switchLength, int32_t(next(2) * 8), next(2) ? BE : Q9_BYTEORDER_LITTLEENDIAN);
+      for (uint32_t code : {kStaticCode, 0u, 1u, 2u, kElseCode}) {
+        if (!next(4)) continue;
+        std::vector<SegmentSpec> segments;
+        for (uint64_t n = next(3); n > 0; --n)
+          segments.push_back({next(5) ? int32_t(next(8 * uint64_t(frameLength))) : -int32_t(next(40)),
+                              int32_t(next(20)) - 1, next(2) ? BE : Q9_BYTEORDER_LITTLEENDIAN});
+        Q9DbNode* carrier = part(mux, code, segments);
+        Q9DbNode* pdu = next(16) ? signalPdu(carrier) : muxPdu(carrier, 0, 2);
+        if (Q9Db_getNodeType(pdu) == Q9_NODETYPE_MultiplexedPDU) pdu = signalPdu(part(pdu, kStatic));
+        for (uint64_t n = 1 + next(3); n > 0; --n)
+          field(fresh(), pdu, int32_t(next(48)), lengths[next(8)], next(2) ? BE : Q9_BYTEORDER_LITTLEENDIAN);
+      }
+    }
+    return frameLengths;
   }
 
   // The whole walk of one message: "<frame>: name=hex ..." per matching

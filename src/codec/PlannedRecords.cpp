@@ -1,0 +1,156 @@
+// Signal records by the compiled plans of a channel's triggerings: the
+// candidates come from the channel's index as in the walk, and each match
+// runs its plan's fields in one loop, reading the payload and the plan and
+// no node. What a record holds is what the walk and Q9Db_internalToPhysical
+// would give; whatever the plans leave to the nodes goes back to the walk.
+#include <cstring>
+
+#include "codec/DecodePlan.h"
+#include "codec/TriggeringCandidates.h"
+#include "codec/WholeFrameDecoding.h"
+
+namespace q9 {
+namespace {
+
+inline bool hasItems(const PagedList& list) {
+  const Block* b = list.head;
+  return b && (b->count != 0 || b->next != b);
+}
+
+// The record's value by a field whose conversion is not the usual scaling.
+__attribute__((noinline)) void convertInGeneral(const PlannedField& f, uint64_t raw, Q9DbSignalRecord& r) {
+  Q9DbPhysicalValue v;
+  const HRESULT hr = f.conversion == Conversion::None
+                         ? Q9Db_internalToPhysical(reinterpret_cast<Q9DbNode*>(const_cast<Signal*>(f.signal)), raw, &v)
+                         : convertPlanned(f, raw, v);
+  r.physical = hr == S_OK ? physicalAsDouble(v) : kNoPhysicalValue;
+  r.text = hr == S_OK ? v.text : nullptr;
+}
+
+// One signal field into r, read from source (size bytes).
+inline void fillRecord(const PlannedField& f, const uint8_t* source, uint64_t size, Q9DbSignalRecord& r) {
+  r.instance = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(f.node));
+  r.signal = reinterpret_cast<Q9DbNode*>(const_cast<Signal*>(f.signal));
+  r.kind = Q9_NUMERICSIGNAL;
+  uint64_t raw;
+  if (__builtin_expect(f.read <= FieldRead::BigWord, 1)) {
+    raw = readPlannedWord(f, source);
+    r.raw = raw;
+    if (f.step == FieldStep::Scale) {
+      // convertPlanned's usual case, with the value straight into the record.
+      const uint64_t twos = f.conversion == Conversion::TwosComplement;
+      const uint64_t shifted = raw << f.down;
+      const uint64_t signedTyped = uint64_t(int64_t(shifted) >> f.down);
+      const uint64_t typed = (signedTyped & (0 - twos)) | ((shifted >> f.down) & (twos - 1));
+      const double x = double(int64_t(typed));
+      const double product = x * f.a.scale;
+      const double scaled = product + f.offset;
+      r.physical = intervalHolds(f.where.range.low, f.where.range.high, x) ? scaled : kNoPhysicalValue;
+      r.text = nullptr;
+      return;
+    }
+  } else if (f.read == FieldRead::Bytes) {
+    raw = readFieldInside(source, size, f.where.at.pos, f.where.at.bits);
+    r.raw = raw;
+  } else {
+    // A text: its kind alone; the walk gives its bytes.
+    r.raw = 0;
+    r.physical = kNoPhysicalValue;
+    r.text = nullptr;
+    r.kind = Q9_ASCIISIGNAL;
+    return;
+  }
+  convertInGeneral(f, raw, r);
+}
+
+// The records of one message, written from records[0] by the plans.
+class PlannedMessage {
+ public:
+  PlannedMessage(const Q9DbMessage& m, uint32_t index, Q9DbSignalRecord* records, uint32_t capacity)
+      : m_(m),
+        identifierImage_(m.identifier << ((m.flags & Q9_FLAG_CANEXTENDED) ? 3 : 21)),
+        index_(index),
+        records_(records),
+        capacity_(capacity) {}
+
+  uint32_t count() const { return count_; }
+
+  // The fields of a matching triggering's plan.
+  RecordsOutcome write(const TriggeringPlan& plan) {
+    auto* triggering = reinterpret_cast<Q9DbNode*>(plan.triggering);
+    const PlannedField* end = plan.fields + plan.fieldCount;
+    for (const PlannedField* f = plan.fields; f != end; ++f) {
+      if (__builtin_expect(f->read <= FieldRead::Text, 1)) {
+        if (!signal(*f, m_.payload, m_.length, triggering)) return RecordsOutcome::Cut;
+      } else if (f->read == FieldRead::Mux) {
+        if (!parts(*f->by.mux, triggering)) return RecordsOutcome::Cut;
+      } else {
+        return RecordsOutcome::NeedsWalk;  // a multiplexed PDU that only the nodes decode
+      }
+    }
+    return RecordsOutcome::Written;
+  }
+
+ private:
+  bool signal(const PlannedField& f, const uint8_t* source, uint64_t size, Q9DbNode* triggering) {
+    if (count_ == capacity_) return false;
+    Q9DbSignalRecord& r = records_[count_++];
+    r.triggering = triggering;
+    r.message = index_;
+    fillRecord(f, source, size, r);
+    return true;
+  }
+
+  bool part(const PartPlan& part, Q9DbNode* triggering) {
+    const uint8_t* source = plannedPartSource(part, image_, m_.payload, identifierImage_);
+    const uint64_t size = source == m_.payload ? m_.length : uint64_t(Q9_DECODE_BUFFER_SIZE);
+    for (uint64_t i = 0; i < part.fieldCount; ++i)
+      if (!signal(part.fields[i], source, size, triggering)) return false;
+    return true;
+  }
+
+  // The static part's signals, then those of the part the switch selects.
+  bool parts(const MuxPlan& mux, Q9DbNode* triggering) {
+    uint32_t code = 0;
+    const PartPlan* selected =
+        plannedSwitchCode(mux, m_.payload, m_.length, identifierImage_, &code) ? selectedPart(mux, code) : nullptr;
+    if (mux.staticPart && !part(*mux.staticPart, triggering)) return false;
+    return !selected || part(*selected, triggering);
+  }
+
+  const Q9DbMessage& m_;
+  const uint32_t identifierImage_;
+  const uint32_t index_;
+  Q9DbSignalRecord* const records_;
+  const uint32_t capacity_;
+  uint32_t count_ = 0;
+  // One part's image at a time: a part's signals are all written before
+  // the next part is assembled.
+  uint8_t image_[Q9_DECODE_BUFFER_SIZE];
+};
+
+}  // namespace
+
+RecordsOutcome decodeRecordsByPlans(Channel& channel, const Q9DbMessage& m, uint32_t index, Q9DbSignalRecord* records,
+                                    uint32_t capacity, uint32_t& count) {
+  count = 0;
+  Q9DbCursor candidates;
+  startCandidates(candidates, channel, m.identifier);
+  Q9Db* db = channel.databaseRef;
+  PlannedMessage message(m, index, records, capacity);
+  void* node = nullptr;
+  const TriggeringIndexEntry* entry = nullptr;
+  while (nextCandidate(candidates, m.identifier, &node, &entry)) {
+    const TriggeringPlan* plan = entry ? planOf(db, *entry) : nullptr;
+    if (!plan) return RecordsOutcome::NeedsWalk;
+    // Without a payload no PDU instance is decoded.
+    if (!planMatches(*plan, m.identifier, m.flags, m.length) || !m.payload) continue;
+    const RecordsOutcome outcome = message.write(*plan);
+    count = message.count();
+    if (outcome != RecordsOutcome::Written) return outcome;
+  }
+  if (!hasItems(channel.PDUInstances)) return RecordsOutcome::Written;
+  return appendChannelRecordsByWalk(reinterpret_cast<Q9DbNode*>(&channel), m, index, records, capacity, count);
+}
+
+}  // namespace q9
