@@ -17,7 +17,8 @@ inline bool hasItems(const PagedList& list) {
   return b && (b->count != 0 || b->next != b);
 }
 
-// The record's value by a field whose conversion is not the usual scaling.
+// The record's value by a field whose conversion none of the ways below
+// takes.
 __attribute__((noinline)) void convertInGeneral(const PlannedField& f, uint64_t raw, Q9DbSignalRecord& r) {
   Q9DbPhysicalValue v;
   const HRESULT hr = f.conversion == Conversion::None
@@ -25,6 +26,61 @@ __attribute__((noinline)) void convertInGeneral(const PlannedField& f, uint64_t 
                          : convertPlanned(f, raw, v);
   r.physical = hr == S_OK ? physicalAsDouble(v) : kNoPhysicalValue;
   r.text = hr == S_OK ? v.text : nullptr;
+}
+
+// The raw value of an integer field typed by its coding (cut to its length,
+// or sign-extended from it), and that value as a double.
+struct TypedInteger {
+  uint64_t bits;
+  bool isSigned;
+  double x;
+};
+inline TypedInteger typedInteger(const PlannedField& f, uint64_t raw) {
+  const bool twos = f.conversion == Conversion::TwosComplement;
+  const uint64_t shifted = raw << f.down;
+  const uint64_t bits = twos ? uint64_t(int64_t(shifted) >> f.down) : shifted >> f.down;
+  return {bits, twos, twos ? double(int64_t(bits)) : double(bits)};
+}
+
+// A conversion whose only step adds an offset at scale one (convertPlanned's
+// FieldStep::Offset): integers stay integers, the offset truncated.
+inline void addOffset(const PlannedField& f, uint64_t raw, Q9DbSignalRecord& r) {
+  r.text = nullptr;
+  if (f.conversion == Conversion::Float) {
+    double x;
+    if (f.down) {
+      const uint32_t bits = uint32_t(raw);
+      float single;
+      std::memcpy(&single, &bits, sizeof single);
+      x = single;
+    } else {
+      std::memcpy(&x, &raw, sizeof x);
+    }
+    r.physical = intervalHolds(f.where.range.low, f.where.range.high, x) ? x + f.offset : kNoPhysicalValue;
+    return;
+  }
+  const TypedInteger v = typedInteger(f, raw);
+  const uint64_t sum = v.bits + f.a.offsetBits;
+  const bool isSigned = v.isSigned || (int64_t(f.a.offsetBits) < 0 && (sum >> 63));
+  const double physical = isSigned ? double(int64_t(sum)) : double(sum);
+  r.physical = intervalHolds(f.where.range.low, f.where.range.high, v.x) ? physical : kNoPhysicalValue;
+}
+
+// A table of value texts on an integer coding (convertCompiled's textTable):
+// the value stays, and the last text whose range holds it comes with it.
+inline bool textTable(const CompiledDecoding& d, uint64_t raw, Q9DbSignalRecord& r) {
+  double x;
+  if (d.typing == Typing::Unsigned)
+    x = double(raw & d.lengthMask);
+  else if (d.typing == Typing::TwosComplement)
+    x = double(int64_t(raw << d.signShift) >> d.signShift);
+  else
+    return false;
+  uint64_t last = d.stepCount;
+  for (uint64_t i = 0; i < d.stepCount; ++i) last = rangeHolds(d.firstRanges[i], x) ? i : last;
+  r.physical = last == d.stepCount ? kNoPhysicalValue : x;
+  r.text = last == d.stepCount ? nullptr : reinterpret_cast<Q9DbStringSlot*>(d.steps[last].text);
+  return true;
 }
 
 // One signal field into r, read from source (size bytes).
@@ -49,6 +105,7 @@ inline void fillRecord(const PlannedField& f, const uint8_t* source, uint64_t si
       r.text = nullptr;
       return;
     }
+    if (f.step == FieldStep::Offset) return addOffset(f, raw, r);
   } else if (f.read == FieldRead::Bytes) {
     raw = readFieldInside(source, size, f.where.at.pos, f.where.at.bits);
     r.raw = raw;
@@ -60,6 +117,7 @@ inline void fillRecord(const PlannedField& f, const uint8_t* source, uint64_t si
     r.kind = Q9_ASCIISIGNAL;
     return;
   }
+  if (f.conversion == Conversion::Shared && f.by.shared->textTable && textTable(*f.by.shared, raw, r)) return;
   convertInGeneral(f, raw, r);
 }
 
