@@ -1,6 +1,8 @@
 // Decoding throughput on a generated network: random received frames walked
 // as a client walks them (message, frame triggerings, signals), with and
-// without the physical value of every signal. Frames and signals per second.
+// without the physical value of every signal, and decoded whole into an
+// array of records, a frame or a batch of frames per call. Frames and
+// signals per second.
 #include <benchmark/benchmark.h>
 
 #include <map>
@@ -86,6 +88,54 @@ BENCHMARK(BM_DecodeRaw)->ArgName("messages")->Arg(400)->Arg(16);
 // What a change costs the decoder: every change takes away what it compiled.
 void BM_DecodePhysicalChanging(benchmark::State& state) { runDecode<true>(state, std::size_t(state.range(1))); }
 BENCHMARK(BM_DecodePhysicalChanging)->ArgNames({"messages", "framesPerChange"})->Args({400, 4096})->Args({400, 65536});
+
+// Room for the records of the largest frame of the network, or of a batch.
+constexpr uint32_t kRecordRoom = 4096;
+
+// A frame per call, every signal with its physical value.
+void BM_DecodeWholeFrame(benchmark::State& state) {
+  const Workload& w = workload(unsigned(state.range(0)));
+  Q9DbNode* channel = w.network.channel();
+  std::vector<Q9DbSignalRecord> records(kRecordRoom);
+  uint64_t signals = 0;
+  std::size_t next = 0;
+  for (auto _ : state) {
+    const ReceivedFrame& f = w.frames[next++ & (kFrames - 1)];
+    uint32_t count = 0;
+    Q9Db_decodeFrame(channel, f.identifier, f.flags, f.length, f.payload, records.data(), kRecordRoom, &count);
+    signals += count;
+    benchmark::DoNotOptimize(records.data());
+    benchmark::ClobberMemory();
+  }
+  state.counters["frames"] = benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
+  state.counters["signals"] = benchmark::Counter(double(signals), benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_DecodeWholeFrame)->ArgName("messages")->Arg(400)->Arg(16);
+
+// Batches of frames per call, as a capture is read.
+void BM_DecodeWholeFrames(benchmark::State& state) {
+  const Workload& w = workload(unsigned(state.range(0)));
+  const uint32_t batch = uint32_t(state.range(1));
+  Q9DbNode* channel = w.network.channel();
+  std::vector<Q9DbMessage> messages;
+  for (const ReceivedFrame& f : w.frames) messages.push_back({f.identifier, f.flags, f.length, f.payload});
+  std::vector<Q9DbSignalRecord> records(kRecordRoom);
+  uint64_t frames = 0, signals = 0;
+  std::size_t next = 0;
+  for (auto _ : state) {
+    uint32_t decoded = 0, count = 0;
+    Q9Db_decodeFrames(channel, &messages[next], batch, records.data(), kRecordRoom, &decoded, &count);
+    next = (next + decoded) & (kFrames - 1);
+    if (next + batch > kFrames) next = 0;
+    frames += decoded;
+    signals += count;
+    benchmark::DoNotOptimize(records.data());
+    benchmark::ClobberMemory();
+  }
+  state.counters["frames"] = benchmark::Counter(double(frames), benchmark::Counter::kIsRate);
+  state.counters["signals"] = benchmark::Counter(double(signals), benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_DecodeWholeFrames)->ArgNames({"messages", "batch"})->Args({400, 64});
 
 }  // namespace
 
