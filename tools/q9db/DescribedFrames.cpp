@@ -54,6 +54,7 @@ DescribedFrames::DescribedFrames(const std::vector<Q9DbNode*>& channels) {
         return;
       }
       frames_.push_back(std::move(described));
+      triggerings_.push_back(triggering);
     });
   }
 }
@@ -81,6 +82,21 @@ std::vector<const DescribedFrame*> DescribedFrames::findParameterGroup(uint32_t 
   for (size_t at : group->second)
     if (!channel || frames_[at].channel == channel) found.push_back(&frames_[at]);
   return found;
+}
+
+bool DescribedFrames::takesAlone(Q9DbNode* triggering, Q9DbNode* channel) const {
+  uint32_t identifier = 0;
+  if (Q9Db_getNodeType(triggering) != Q9_NODETYPE_IdentifierBasedTriggering ||
+      Q9Db_getIdentifier(triggering, &identifier) != S_OK)
+    return false;
+  // Every triggering that may take the identifier, in either frame type.
+  const DescribedFrame* only = nullptr;
+  for (bool extended : {false, true})
+    for (const DescribedFrame* d : find(identifier, extended, channel)) {
+      if (only && d != only) return false;
+      only = d;
+    }
+  return only && triggerings_[size_t(only - frames_.data())] == triggering;
 }
 
 }  // namespace q9tool

@@ -43,12 +43,17 @@ class DescribedFrames {
   std::vector<const DescribedFrame*> find(uint32_t identifier, bool extended, Q9DbNode* channel = nullptr) const;
   // The extended frames of the parameter group of identifier, on channel.
   std::vector<const DescribedFrame*> findParameterGroup(uint32_t identifier, Q9DbNode* channel = nullptr) const;
+  // Whether a message that the triggering (by identifier) takes on channel
+  // can be taken by no other triggering of the channel, nor by this one
+  // twice.
+  bool takesAlone(Q9DbNode* triggering, Q9DbNode* channel) const;
 
   const std::vector<DescribedFrame>& all() const { return frames_; }
 
  private:
   static uint64_t key(uint32_t identifier, bool extended) { return uint64_t(identifier) << 1 | (extended ? 1 : 0); }
   std::vector<DescribedFrame> frames_;
+  std::vector<Q9DbNode*> triggerings_;  // of frames_, at the same places
   std::unordered_map<uint64_t, std::vector<size_t>> byIdentifier_;
   std::unordered_map<uint32_t, std::vector<size_t>> byParameterGroup_;
   std::vector<size_t> masked_;
