@@ -1,14 +1,18 @@
 // The message decoder on a fixed network that has every kind of field and
 // multiplexing, fed messages of any identifier, flags, length and payload:
 // every signal is walked and its physical value computed, printed and
-// checked against its limits, and its raw value written back.
+// checked against its limits, and its raw value written back. Whole-frame
+// decoding must give the walk's records, each message alone and all of
+// them as a batch.
 //
 // Input: messages one after the other, each
-//   identifier (4 bytes), flags (1), length (2), text capacity (1),
-//   options (1: bit 0 a filter, bit 1 the caller's own walk record,
-//   bits 2-7 the print capacity), then length payload bytes (zero past the
-//   input's end).
+//   identifier (4 bytes), flags (1), length (2), text capacity (1, also
+//   the room for whole-frame records), options (1: bit 0 a filter, bit 1
+//   the caller's own walk record, bits 2-7 the print capacity), then
+//   length payload bytes (zero past the input's end).
+#include <cstring>
 #include <deque>
+#include <limits>
 #include <map>
 #include <memory>
 #include <string>
@@ -328,7 +332,104 @@ void usePhysicalValue(Q9DbNode* signal, Q9DbNode* instance, uint64_t raw, uint32
   }
 }
 
-void decodeOne(q9::fuzz::InputReader& in) {
+using Records = std::vector<Q9DbSignalRecord>;
+constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
+
+// The records of one message by the walk, as whole-frame decoding promises
+// them: every signal, a text's kind without its bytes, the physical value
+// of a conversion that succeeded.
+Records walkRecords(const Q9DbMessage& m) {
+  Records records;
+  Q9DbDecodeEnum* walk = nullptr;
+  if (Q9Db_decodeMessage(network().channel, m.identifier, m.flags, m.length, m.payload, &walk) != S_OK)
+    violated("a message on a channel was refused");
+  char text[8];
+  Q9DbDecodedSignal s{};
+  s.textBuffer = text;
+  s.textCapacity = sizeof text;
+  for (HRESULT stage; (stage = Q9Db_decodeNextFrametriggering(walk, nullptr)) >= 0;) {
+    for (HRESULT kind; (kind = Q9Db_decodeNextSignal(walk, nullptr, &s)) >= 0;) {
+      Q9DbSignalRecord r{s.triggering, s.instance, s.signal, s.value, kNone, nullptr, uint32_t(kind), 0};
+      Q9DbPhysicalValue v{};
+      if (kind == Q9_NUMERICSIGNAL && Q9Db_internalToPhysical(s.signal, s.value, &v) == S_OK) {
+        r.physical = v.valueType == Q9_VALUETYPE_DOUBLE ? v.value.d
+                     : v.valueType == Q9_VALUETYPE_UINT64 ? double(v.value.u)
+                     : v.valueType == Q9_VALUETYPE_INT64  ? double(v.value.i)
+                                                          : kNone;
+        r.text = v.text;
+      }
+      records.push_back(r);
+    }
+    if (stage == S_FALSE) break;
+  }
+  Q9Db_destroyDecodeEnum(walk);
+  return records;
+}
+
+// Bit for bit, NaNs included: both ways convert alike.
+bool same(const Q9DbSignalRecord* a, const Q9DbSignalRecord* b, size_t n) {
+  return n == 0 || std::memcmp(a, b, n * sizeof *a) == 0;
+}
+
+// The first record where a and b differ, both ways, for the report.
+std::string firstDifference(const Q9DbSignalRecord* a, const Q9DbSignalRecord* b, size_t n) {
+  size_t i = 0;
+  while (i < n && std::memcmp(a + i, b + i, sizeof *a) == 0) ++i;
+  std::string out = "record " + std::to_string(i) + " of " + std::to_string(n);
+  for (const Q9DbSignalRecord* r : {a + i, b + i}) {
+    char line[200];
+    std::snprintf(line, sizeof line, "; %p %p %p raw %llx physical %.17g text %p kind %u message %u",
+                  static_cast<void*>(r->triggering), static_cast<void*>(r->instance), static_cast<void*>(r->signal),
+                  static_cast<unsigned long long>(r->raw), r->physical, static_cast<void*>(r->text), r->kind,
+                  r->message);
+    out += line;
+  }
+  return out;
+}
+
+// Q9Db_decodeFrame into records of exactly room entries, so that a write
+// past them shows.
+void checkWholeFrame(const Q9DbMessage& m, const Records& expected, uint32_t room) {
+  std::unique_ptr<Q9DbSignalRecord[]> records(room ? new Q9DbSignalRecord[room] : nullptr);
+  uint32_t count = 0;
+  const HRESULT hr = Q9Db_decodeFrame(network().channel, m.identifier, m.flags, m.length, m.payload, records.get(),
+                                      room, &count);
+  const bool fits = expected.size() <= room;
+  if (hr != (fits ? S_OK : S_FALSE)) violated("whole-frame decoding answered otherwise than the walk's count");
+  if (count != (fits ? expected.size() : room)) violated("whole-frame decoding gave another count");
+  if (!same(records.get(), expected.data(), count))
+    violated("a whole-frame record differs from the walk's", firstDifference(records.get(), expected.data(), count));
+}
+
+// The input's messages as one batch, in room for all their records and in
+// room for one fewer: then the messages that fit whole come, and E_INVALIDARG
+// when not even the first does.
+void checkBatch(const std::vector<Q9DbMessage>& messages, const Records& expected) {
+  const uint32_t n = uint32_t(messages.size());
+  for (const size_t room : {expected.size(), expected.size() ? expected.size() - 1 : 0}) {
+    uint32_t fit = 0;
+    size_t fitting = 0;
+    for (; fit < n; ++fit) {
+      size_t end = fitting;
+      while (end < expected.size() && expected[end].message == fit) ++end;
+      if (end > room) break;
+      fitting = end;
+    }
+    std::unique_ptr<Q9DbSignalRecord[]> records(room ? new Q9DbSignalRecord[room] : nullptr);
+    uint32_t decoded = 0, count = 0;
+    const HRESULT hr = Q9Db_decodeFrames(network().channel, messages.data(), n, records.get(), uint32_t(room),
+                                         &decoded, &count);
+    const HRESULT due = fit == n ? S_OK : fit > 0 ? S_FALSE : E_INVALIDARG;
+    if (hr != due || decoded != fit || count != fitting) violated("a batch was cut otherwise than its records");
+    if (!same(records.get(), expected.data(), count))
+      violated("a batch record differs from the walk's", firstDifference(records.get(), expected.data(), count));
+  }
+}
+
+// Walks one message and checks its whole-frame records; the message and
+// its expected records join the batch.
+void decodeOne(q9::fuzz::InputReader& in, std::vector<std::unique_ptr<uint8_t[]>>& payloads,
+               std::vector<Q9DbMessage>& batch, Records& batchRecords) {
   Network& net = network();
   const auto identifier = in.take<uint32_t>();
   const auto flags = uint32_t(in.take<uint8_t>());
@@ -389,6 +490,16 @@ void decodeOne(q9::fuzz::InputReader& in) {
     }
   }
   if (walk != &ownRecord && Q9Db_destroyDecodeEnum(walk) != S_OK) violated("the walk can't be destroyed");
+
+  const Q9DbMessage message{identifier, flags, length, payload.get()};
+  const Records expected = walkRecords(message);
+  checkWholeFrame(message, expected, textCapacity);
+  for (Q9DbSignalRecord r : expected) {
+    r.message = uint32_t(batch.size());
+    batchRecords.push_back(r);
+  }
+  batch.push_back(message);
+  payloads.push_back(std::move(payload));
 }
 
 }  // namespace
@@ -400,6 +511,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   q9::fuzz::InputReader in(data, size);
-  for (int message = 0; message < 16 && in.left() > 0; ++message) decodeOne(in);
+  std::vector<std::unique_ptr<uint8_t[]>> payloads;
+  std::vector<Q9DbMessage> batch;
+  Records batchRecords;
+  for (int message = 0; message < 16 && in.left() > 0; ++message) decodeOne(in, payloads, batch, batchRecords);
+  checkBatch(batch, batchRecords);
   return 0;
 }
