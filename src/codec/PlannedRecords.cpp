@@ -125,63 +125,80 @@ inline void fillRecord(const PlannedField& f, const uint8_t* source, uint64_t si
 class PlannedMessage {
  public:
   PlannedMessage(const Q9DbMessage& m, uint32_t index, Q9DbSignalRecord* records, uint32_t capacity)
-      : m_(m),
+      : payload_(m.payload),
+        length_(m.length),
         identifierImage_(m.identifier << ((m.flags & Q9_FLAG_CANEXTENDED) ? 3 : 21)),
         index_(index),
         records_(records),
-        capacity_(capacity) {}
+        next_(records),
+        end_(records + capacity) {}
 
-  uint32_t count() const { return count_; }
+  uint32_t count() const { return uint32_t(next_ - records_); }
 
   // The fields of a matching triggering's plan.
   RecordsOutcome write(const TriggeringPlan& plan) {
     auto* triggering = reinterpret_cast<Q9DbNode*>(plan.triggering);
-    const PlannedField* end = plan.fields + plan.fieldCount;
-    for (const PlannedField* f = plan.fields; f != end; ++f) {
-      if (__builtin_expect(f->read <= FieldRead::Text, 1)) {
-        if (!signal(*f, m_.payload, m_.length, triggering)) return RecordsOutcome::Cut;
-      } else if (f->read == FieldRead::Mux) {
+    const PlannedField* f = plan.fields;
+    const PlannedField* const end = f + plan.fieldCount;
+    while (f != end) {
+      if (f->read > FieldRead::Text) {
+        if (f->read != FieldRead::Mux) return RecordsOutcome::NeedsWalk;  // a multiplexed PDU only the nodes decode
         if (!parts(*f->by.mux, triggering)) return RecordsOutcome::Cut;
-      } else {
-        return RecordsOutcome::NeedsWalk;  // a multiplexed PDU that only the nodes decode
+        ++f;
+        continue;
       }
+      f = signals(f, end, payload_, length_, triggering);
+      if (!f) return RecordsOutcome::Cut;
     }
     return RecordsOutcome::Written;
   }
 
  private:
-  bool signal(const PlannedField& f, const uint8_t* source, uint64_t size, Q9DbNode* triggering) {
-    if (count_ == capacity_) return false;
-    Q9DbSignalRecord& r = records_[count_++];
-    r.triggering = triggering;
-    r.message = index_;
-    fillRecord(f, source, size, r);
-    return true;
+  // The records of the signal fields from f on, read from source, up to
+  // end or the first field that is no signal, which is the answer; null
+  // when the room ran out.
+  const PlannedField* signals(const PlannedField* f, const PlannedField* end, const uint8_t* source, uint64_t size,
+                              Q9DbNode* triggering) {
+    Q9DbSignalRecord* out = next_;
+    Q9DbSignalRecord* const room = end_;
+    const uint32_t message = index_;
+    for (; f != end && f->read <= FieldRead::Text; ++f) {
+      if (out == room) {
+        next_ = out;
+        return nullptr;
+      }
+      Q9DbSignalRecord& r = *out++;
+      r.triggering = triggering;
+      r.message = message;
+      fillRecord(*f, source, size, r);
+    }
+    next_ = out;
+    return f;
   }
 
   bool part(const PartPlan& part, Q9DbNode* triggering) {
-    const uint8_t* source = plannedPartSource(part, image_, m_.payload, identifierImage_);
-    const uint64_t size = source == m_.payload ? m_.length : uint64_t(Q9_DECODE_BUFFER_SIZE);
-    for (uint64_t i = 0; i < part.fieldCount; ++i)
-      if (!signal(part.fields[i], source, size, triggering)) return false;
-    return true;
+    const uint8_t* source = plannedPartSource(part, image_, payload_, identifierImage_);
+    const uint64_t size = source == payload_ ? length_ : uint64_t(Q9_DECODE_BUFFER_SIZE);
+    const PlannedField* end = part.fields + part.fieldCount;
+    return signals(part.fields, end, source, size, triggering) == end;
   }
 
   // The static part's signals, then those of the part the switch selects.
   bool parts(const MuxPlan& mux, Q9DbNode* triggering) {
     uint32_t code = 0;
     const PartPlan* selected =
-        plannedSwitchCode(mux, m_.payload, m_.length, identifierImage_, &code) ? selectedPart(mux, code) : nullptr;
+        plannedSwitchCode(mux, payload_, length_, identifierImage_, &code) ? selectedPart(mux, code) : nullptr;
     if (mux.staticPart && !part(*mux.staticPart, triggering)) return false;
     return !selected || part(*selected, triggering);
   }
 
-  const Q9DbMessage& m_;
+  const uint8_t* const payload_;
+  const uint64_t length_;
   const uint32_t identifierImage_;
   const uint32_t index_;
   Q9DbSignalRecord* const records_;
-  const uint32_t capacity_;
-  uint32_t count_ = 0;
+  Q9DbSignalRecord* next_;
+  Q9DbSignalRecord* const end_;
   // One part's image at a time: a part's signals are all written before
   // the next part is assembled.
   uint8_t image_[Q9_DECODE_BUFFER_SIZE];
