@@ -12,6 +12,7 @@
 namespace q9 {
 namespace {
 
+// Whether the list holds an item; a list may keep an empty block.
 inline bool hasItems(const PagedList& list) {
   const Block* b = list.head;
   return b && (b->count != 0 || b->next != b);

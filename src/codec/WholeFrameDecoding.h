@@ -4,7 +4,6 @@
 // ones at a fraction of the cost and hand the rest back to the walk.
 #pragma once
 
-#include <cmath>
 #include <limits>
 
 #include "Q9Db.h"
