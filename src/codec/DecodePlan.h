@@ -153,6 +153,8 @@ struct TriggeringPlan {
   int64_t frameLength;  // -1: no frame, nothing matches
   uint64_t fieldCount;
   const PlannedField* fields;
+  // Where the dense form for whole-frame decoding is published (DensePlan.h).
+  void* dense;
 };
 
 // Builds the entry's plan unless another reader has done so meanwhile; the

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "codec/DecodePlan.h"
+#include "codec/DensePlan.h"
 #include "codec/TriggeringCandidates.h"
 #include "codec/WholeFrameDecoding.h"
 
@@ -84,6 +85,26 @@ inline bool textTable(const CompiledDecoding& d, uint64_t raw, Q9DbSignalRecord&
   return true;
 }
 
+// The physical value and text of a word-read field's raw value into r.
+inline void convertWordField(const PlannedField& f, uint64_t raw, Q9DbSignalRecord& r) {
+  if (f.step == FieldStep::Scale) {
+    // convertPlanned's usual case, with the value straight into the record.
+    const uint64_t twos = f.conversion == Conversion::TwosComplement;
+    const uint64_t shifted = raw << f.down;
+    const uint64_t signedTyped = uint64_t(int64_t(shifted) >> f.down);
+    const uint64_t typed = (signedTyped & (0 - twos)) | ((shifted >> f.down) & (twos - 1));
+    const double x = double(int64_t(typed));
+    const double product = x * f.a.scale;
+    const double scaled = product + f.offset;
+    r.physical = intervalHolds(f.where.range.low, f.where.range.high, x) ? scaled : kNoPhysicalValue;
+    r.text = nullptr;
+    return;
+  }
+  if (f.step == FieldStep::Offset) return addOffset(f, raw, r);
+  if (f.conversion == Conversion::Shared && f.by.shared->textTable && textTable(*f.by.shared, raw, r)) return;
+  convertInGeneral(f, raw, r);
+}
+
 // One signal field into r, read from source (size bytes).
 inline void fillRecord(const PlannedField& f, const uint8_t* source, uint64_t size, Q9DbSignalRecord& r) {
   r.instance = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(f.node));
@@ -93,20 +114,7 @@ inline void fillRecord(const PlannedField& f, const uint8_t* source, uint64_t si
   if (__builtin_expect(f.read <= FieldRead::BigWord, 1)) {
     raw = readPlannedWord(f, source);
     r.raw = raw;
-    if (f.step == FieldStep::Scale) {
-      // convertPlanned's usual case, with the value straight into the record.
-      const uint64_t twos = f.conversion == Conversion::TwosComplement;
-      const uint64_t shifted = raw << f.down;
-      const uint64_t signedTyped = uint64_t(int64_t(shifted) >> f.down);
-      const uint64_t typed = (signedTyped & (0 - twos)) | ((shifted >> f.down) & (twos - 1));
-      const double x = double(int64_t(typed));
-      const double product = x * f.a.scale;
-      const double scaled = product + f.offset;
-      r.physical = intervalHolds(f.where.range.low, f.where.range.high, x) ? scaled : kNoPhysicalValue;
-      r.text = nullptr;
-      return;
-    }
-    if (f.step == FieldStep::Offset) return addOffset(f, raw, r);
+    return convertWordField(f, raw, r);
   } else if (f.read == FieldRead::Bytes) {
     raw = readFieldInside(source, size, f.where.at.pos, f.where.at.bits);
     r.raw = raw;
@@ -135,6 +143,63 @@ class PlannedMessage {
         end_(records + capacity) {}
 
   uint32_t count() const { return uint32_t(next_ - records_); }
+
+  // The records of a plan's dense form when the room holds them all; false,
+  // with nothing written, when it doesn't (the plan then cuts them).
+  bool writeDense(const DensePlan& plan, Q9DbNode* triggering) {
+    Q9DbSignalRecord* const base = next_;
+    if (uint64_t(end_ - base) < plan.recordCount) return false;
+    const uint8_t* const payload = payload_;
+    const uint32_t message = index_;
+    const DenseField* const end = plan.dense + plan.denseCount;
+    for (const DenseField* f = plan.dense; f != end; ++f) {
+      // Both byte orders and both typings worked out, one of each picked:
+      // they change from field to field.
+      const uint64_t little = loadWordLittleEndian(payload + f->wordBase);
+      const uint64_t big = __builtin_bswap64(little);
+      const uint64_t word = little ^ ((little ^ big) & (0 - uint64_t(f->bigEndian)));
+      const uint64_t top = word << f->up;
+      const uint64_t raw = top >> f->down;
+      const uint64_t twos = 0 - uint64_t(f->twosComplement);
+      const uint64_t typed = (uint64_t(int64_t(top) >> f->down) & twos) | (raw & ~twos);
+      const double product = double(int64_t(typed)) * f->scale;
+      Q9DbSignalRecord& r = base[f->record];
+      r.triggering = triggering;
+      r.instance = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(f->node));
+      r.signal = reinterpret_cast<Q9DbNode*>(const_cast<Signal*>(f->signal));
+      r.raw = raw;
+      r.physical = product + f->offset;
+      r.text = nullptr;
+      r.kind = Q9_NUMERICSIGNAL;
+      r.message = message;
+    }
+    const TableField* const tablesEnd = plan.tables + plan.tableCount;
+    for (const TableField* f = plan.tables; f != tablesEnd; ++f) {
+      const uint64_t little = loadWordLittleEndian(payload + f->wordBase);
+      const uint64_t big = __builtin_bswap64(little);
+      const uint64_t word = little ^ ((little ^ big) & (0 - uint64_t(f->bigEndian)));
+      const uint64_t raw = (word << f->up) >> f->down;
+      const TableEntry& value = f->entries[raw];
+      Q9DbSignalRecord& r = base[f->record];
+      r.triggering = triggering;
+      r.instance = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(f->node));
+      r.signal = reinterpret_cast<Q9DbNode*>(const_cast<Signal*>(f->signal));
+      r.raw = raw;
+      r.physical = value.physical;
+      r.text = value.text;
+      r.kind = Q9_NUMERICSIGNAL;
+      r.message = message;
+    }
+    const OtherField* const othersEnd = plan.others + plan.otherCount;
+    for (const OtherField* o = plan.others; o != othersEnd; ++o) {
+      Q9DbSignalRecord& r = base[o->record];
+      r.triggering = triggering;
+      r.message = message;
+      fillRecord(*o->field, payload, length_, r);
+    }
+    next_ = base + plan.recordCount;
+    return true;
+  }
 
   // The fields of a matching triggering's plan.
   RecordsOutcome write(const TriggeringPlan& plan) {
@@ -221,6 +286,11 @@ RecordsOutcome decodeRecordsByPlans(Channel& channel, const Q9DbMessage& m, uint
     if (!plan) return RecordsOutcome::NeedsWalk;
     // Without a payload no PDU instance is decoded.
     if (!planMatches(*plan, m.identifier, m.flags, m.length) || !m.payload) continue;
+    const DensePlan* dense = densePlanOf(db, *plan, convertWordField);
+    if (dense && dense->usable && message.writeDense(*dense, reinterpret_cast<Q9DbNode*>(plan->triggering))) {
+      count = message.count();
+      continue;
+    }
     const RecordsOutcome outcome = message.write(*plan);
     count = message.count();
     if (outcome != RecordsOutcome::Written) return outcome;

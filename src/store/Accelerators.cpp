@@ -104,14 +104,15 @@ void noteNodeChange(const void* node, uint64_t roomWanted) {
 
 uint64_t roomForNode(uint32_t nodeType) {
   // What the decoder compiles from a node of the class, generously: a
-  // frame triggering's plan head, a signal's field, a coding's conversion,
+  // frame triggering's plan head and its dense form's, a signal's fields, a coding's conversion,
   // a computation's step, a multiplexed part's table.
   switch (nodeType) {
     case IdentifierBasedTriggering::kNodeType:
-    case MaskedIdentifierTriggering::kNodeType:
+    case MaskedIdentifierTriggering::kNodeType: return 256;
     case MultiplexedPDU::kNodeType:
     case MultiplexedPart::kNodeType: return 128;
-    case SignalInstance::kNodeType:
+    // A signal's field in the plan and in its dense form.
+    case SignalInstance::kNodeType: return 144;
     case PDUInstance::kNodeType:
     case IdentityComputation::kNodeType:
     case LinearComputation::kNodeType:

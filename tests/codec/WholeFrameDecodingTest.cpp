@@ -4,6 +4,7 @@
 // the answers the interface promises for cut and invalid calls.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <functional>
 #include <map>
@@ -134,6 +135,48 @@ TEST_F(WholeFrameDecodingTest, AChangeBetweenCallsIsSeen) {
     expectAsTheNodes(m, "after a change");
   }
   EXPECT_GT(changed, 100);
+}
+
+// Codings at the edges of the plan's dense form (scale * x + offset on
+// doubles), which must give what the integer sums and the general
+// conversion give, or leave the field to them.
+TEST_F(WholeFrameDecodingTest, ScalingsAtTheEdgesOfTheDenseForm) {
+  struct Row {
+    int32_t bits;
+    uint32_t encoding;
+    double scale, offset;  // scale 0: an identity
+    double lower, upper;
+  };
+  const double all = 1e300, one = 1 + std::ldexp(1.0, -52);
+  const Row rows[] = {
+      {52, Q9_ENCODING_DIRECT, 1, 3, -all, all},      {60, Q9_ENCODING_DIRECT, 1, 3, -all, all},
+      {12, Q9_ENCODING_DIRECT, 1, -40.5, -all, all},  {16, Q9_ENCODING_2COMPL, one, 7.25, -all, all},
+      {16, Q9_ENCODING_2COMPL, one, 7, -all, all},    {12, Q9_ENCODING_DIRECT, 1, std::ldexp(1.0, 60), -all, all},
+      {64, Q9_ENCODING_2COMPL, 0.1, -5, -all, all},   {63, Q9_ENCODING_DIRECT, 0.1, 0, -all, all},
+      {64, Q9_ENCODING_DIRECT, 0.5, 0, -all, all},    {8, Q9_ENCODING_DIRECT, 0.5, 1, 0, 200},
+      {3, Q9_ENCODING_2COMPL, 0.5, 1, -3, 2},         {20, Q9_ENCODING_DIRECT, 0, 0, -all, all},
+      {60, Q9_ENCODING_2COMPL, 0, 0, -all, all},      {4, Q9_ENCODING_DIRECT, 0, 0, 1, 9},
+  };
+  uint32_t identifier = 0x200;
+  for (const Row& row : rows) {
+    Q9DbNode* s = field(fresh(), signalPdu(frame(fresh(), 8, identifier++)), 0, row.bits, Q9_BYTEORDER_LITTLEENDIAN,
+                        row.encoding);
+    Q9DbNode* c = nullptr;
+    if (row.scale == 0)
+      Q9Db_createIdentityComputation(handle, nullptr, &c);
+    else
+      c = linear(row.scale, row.offset);
+    compute(s, c, row.lower, row.upper);
+  }
+  RandomChoice next(3);
+  Bytes payload(8);
+  for (int round = 0; round < 200; ++round)
+    for (uint32_t id = 0x200; id < identifier; ++id) {
+      // Now and then the ends of the field's values.
+      const int shape = int(next(4));
+      for (uint8_t& b : payload) b = shape == 0 ? 0 : shape == 1 ? 0xFF : uint8_t(next(256));
+      expectAsTheNodes(messageOf(id, 0, payload), "edges");
+    }
 }
 
 // The network the benchmarks decode, all of it: CAN FD lengths, big-endian

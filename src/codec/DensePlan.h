@@ -1,0 +1,95 @@
+// A second, denser form of a triggering's plan for whole-frame decoding.
+// Most signals are an integer field whose physical value is scale * x +
+// offset on doubles, with a range that holds every value the field can
+// take; those get 40 bytes each and one straight loop with no branch on
+// their kind. A field of a few bits (most value texts) takes its value and
+// text from a table of what the plan gives for each raw value. The rest keep
+// the plan's own field and its way of decoding. Every list names the record
+// each field fills, so the records stay in the plan's order.
+//
+// Built the first time a frame meets the plan, in the accelerator room and
+// published in the plan's slot; a change to the database takes it away with
+// the plan.
+#pragma once
+
+#include <cstdint>
+
+#include "codec/DecodePlan.h"
+
+namespace q9 {
+
+struct DenseField {
+  const ObjectBase* node;  // the signal instance
+  const Signal* signal;
+  double scale;
+  double offset;
+  // The word read of the plan's field: (word << up) >> down.
+  uint16_t wordBase;
+  uint8_t up;
+  uint8_t down;
+  uint8_t bigEndian;
+  uint8_t twosComplement;
+  uint16_t record;  // from the message's first record
+};
+static_assert(sizeof(DenseField) == 40, "five words a signal");
+
+// The physical value and text of one raw value.
+struct TableEntry {
+  double physical;
+  Q9DbStringSlot* text;
+};
+
+// A field of at most kMaxTableBits bits, by its table.
+struct TableField {
+  const ObjectBase* node;
+  const Signal* signal;
+  const TableEntry* entries;  // by raw value
+  uint16_t wordBase;
+  uint8_t up;
+  uint8_t down;
+  uint8_t bigEndian;
+  uint16_t record;
+};
+static_assert(sizeof(TableField) == 32, "four words a signal");
+constexpr uint64_t kMaxTableBits = 4;
+
+// A field decoded as the plan decodes it.
+struct OtherField {
+  const PlannedField* field;
+  uint64_t record;
+};
+
+struct DensePlan {
+  Accelerator head;
+  // Clear when the plan holds what only it decodes (a multiplexed PDU):
+  // then the plan is run as it is.
+  bool usable;
+  uint32_t recordCount;
+  uint32_t denseCount;
+  uint32_t tableCount;
+  uint32_t otherCount;
+  const DenseField* dense;
+  const TableField* tables;
+  const OtherField* others;
+};
+
+// How the plan converts a word-read field's raw value into the record's
+// physical value and text; the tables hold what it gives.
+using RecordConversion = void (*)(const PlannedField& f, uint64_t raw, Q9DbSignalRecord& r);
+
+// The field's scale and offset when its record is exactly scale * x +
+// offset for every raw value, x the field's integer value as a double;
+// false otherwise.
+bool denseConversion(const PlannedField& f, double* scale, double* offset);
+
+// Builds the plan's dense form unless another reader has done so meanwhile;
+// null when the room is full.
+const DensePlan* buildDensePlan(Q9Db* db, const TriggeringPlan& plan, RecordConversion convert);
+
+// The plan's dense form, built now if need be; null when there is none.
+inline const DensePlan* densePlanOf(Q9Db* db, const TriggeringPlan& plan, RecordConversion convert) {
+  const auto* dense = static_cast<const DensePlan*>(loadAccelerator(&plan.dense));
+  return dense ? dense : buildDensePlan(db, plan, convert);
+}
+
+}  // namespace q9
