@@ -153,8 +153,6 @@ struct TriggeringPlan {
   int64_t frameLength;  // -1: no frame, nothing matches
   uint64_t fieldCount;
   const PlannedField* fields;
-  // Where the dense form for whole-frame decoding is published (DensePlan.h).
-  void* dense;
 };
 
 // Builds the entry's plan unless another reader has done so meanwhile; the
@@ -169,7 +167,9 @@ inline const TriggeringPlan* planOf(Q9Db* db, const TriggeringIndexEntry& entry)
   return plan->walkNodes ? nullptr : plan;
 }
 
-inline bool planMatches(const TriggeringPlan& plan, uint32_t identifier, uint32_t flags, uint64_t length) {
+// Also for a plan's dense form, which keeps the same fields.
+template <typename Plan>
+inline bool planMatches(const Plan& plan, uint32_t identifier, uint32_t flags, uint64_t length) {
   if ((identifier & plan.mask) != plan.code) return false;
   if (!plan.eitherType && ((plan.flags ^ flags) & Q9_FLAG_CANEXTENDED)) return false;
   if ((plan.flags ^ flags) & Q9_FLAG_CANFD_FRAME) return false;

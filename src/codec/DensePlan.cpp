@@ -72,15 +72,17 @@ bool denseConversion(const PlannedField& f, double* scale, double* offset) {
   }
 }
 
-const DensePlan* buildDensePlan(Q9Db* db, const TriggeringPlan& plan, RecordConversion convert) {
-  void** slot = const_cast<void**>(&plan.dense);
+const DensePlan* buildDensePlan(Q9Db* db, const TriggeringIndexEntry& entry, RecordConversion convert) {
+  void** slot = &entry.dense;
   if (void* done = loadAccelerator(slot)) return static_cast<const DensePlan*>(done);
 
-  bool usable = plan.fieldCount <= UINT16_MAX;
+  // Without a usable plan the dense form only says so.
+  const TriggeringPlan* plan = planOf(db, entry);
+  bool usable = plan && plan->fieldCount <= UINT16_MAX;
   uint64_t denseCount = 0, tableCount = 0, entryCount = 0;
   double scale, offset;
-  for (uint64_t i = 0; usable && i < plan.fieldCount; ++i) {
-    const PlannedField& f = plan.fields[i];
+  for (uint64_t i = 0; usable && i < plan->fieldCount; ++i) {
+    const PlannedField& f = plan->fields[i];
     usable = f.read <= FieldRead::Text;
     if (denseConversion(f, &scale, &offset)) {
       ++denseCount;
@@ -90,11 +92,10 @@ const DensePlan* buildDensePlan(Q9Db* db, const TriggeringPlan& plan, RecordConv
     }
   }
   if (!usable) denseCount = tableCount = entryCount = 0;
-  const uint64_t otherCount = usable ? plan.fieldCount - denseCount - tableCount : 0;
-  constexpr uint64_t kLine = 64;
-  Accelerator* block =
-      claimAccelerator(db, sizeof(DensePlan) + kLine + denseCount * sizeof(DenseField) + tableCount * sizeof(TableField) +
-                               entryCount * sizeof(TableEntry) + otherCount * sizeof(OtherField));
+  const uint64_t otherCount = usable ? plan->fieldCount - denseCount - tableCount : 0;
+  const uint64_t othersAt = sizeof(DensePlan) + denseCount * sizeof(DenseField) + tableCount * sizeof(TableField) +
+                            entryCount * sizeof(TableEntry);
+  Accelerator* block = claimAccelerator(db, othersAt + otherCount * sizeof(OtherField));
   if (!block) return nullptr;
 
   const Accelerator head = *block;
@@ -103,15 +104,21 @@ const DensePlan* buildDensePlan(Q9Db* db, const TriggeringPlan& plan, RecordConv
   dense->head = head;
   dense->usable = usable;
   if (usable) {
-    auto* fields = reinterpret_cast<DenseField*>((reinterpret_cast<uintptr_t>(dense + 1) + kLine - 1) & ~(kLine - 1));
+    dense->triggering = plan->triggering;
+    dense->frameLength = plan->frameLength;
+    dense->mask = plan->mask;
+    dense->code = plan->code;
+    dense->flags = plan->flags;
+    dense->eitherType = plan->eitherType;
+    auto* fields = reinterpret_cast<DenseField*>(dense + 1);
     auto* tables = reinterpret_cast<TableField*>(fields + denseCount);
     auto* entries = reinterpret_cast<TableEntry*>(tables + tableCount);
-    auto* others = reinterpret_cast<OtherField*>(entries + entryCount);
+    auto* others = reinterpret_cast<OtherField*>(reinterpret_cast<unsigned char*>(dense) + othersAt);
     DenseField* nextDense = fields;
     TableField* nextTable = tables;
     OtherField* nextOther = others;
-    for (uint64_t i = 0; i < plan.fieldCount; ++i) {
-      const PlannedField& f = plan.fields[i];
+    for (uint64_t i = 0; i < plan->fieldCount; ++i) {
+      const PlannedField& f = plan->fields[i];
       const uint8_t bigEndian = f.read == FieldRead::BigWord;
       if (denseConversion(f, &scale, &offset)) {
         *nextDense++ = DenseField{f.node, f.signal, scale, offset, f.wordBase, f.up, f.down, bigEndian,
@@ -131,13 +138,11 @@ const DensePlan* buildDensePlan(Q9Db* db, const TriggeringPlan& plan, RecordConv
     // decoder takes nothing from the heap.
     for (OtherField* o = others + 1; o < nextOther; ++o)
       for (OtherField* p = o; p > others && kindOf(*p[-1].field) > kindOf(*p->field); --p) std::swap(p[-1], p[0]);
-    dense->recordCount = uint32_t(plan.fieldCount);
-    dense->denseCount = uint32_t(denseCount);
-    dense->tableCount = uint32_t(tableCount);
-    dense->otherCount = uint32_t(otherCount);
-    dense->dense = fields;
-    dense->tables = tables;
-    dense->others = others;
+    dense->recordCount = uint16_t(plan->fieldCount);
+    dense->denseCount = uint16_t(denseCount);
+    dense->tableCount = uint16_t(tableCount);
+    dense->otherCount = uint16_t(otherCount);
+    dense->othersAt = uint32_t(othersAt);
   }
   return static_cast<const DensePlan*>(publishAccelerator(block, slot));
 }

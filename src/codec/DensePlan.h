@@ -7,9 +7,10 @@
 // the plan's own field and its way of decoding. Every list names the record
 // each field fills, so the records stay in the plan's order.
 //
-// Built the first time a frame meets the plan, in the accelerator room and
-// published in the plan's slot; a change to the database takes it away with
-// the plan.
+// Built the first time a frame meets the triggering, in the accelerator room
+// and published in its index entry beside the plan; a change to the
+// database takes both away. It holds what matching needs, so that a frame
+// reads the entry and the dense form and not the plan's head.
 #pragma once
 
 #include <cstdint>
@@ -61,17 +62,28 @@ struct OtherField {
 
 struct DensePlan {
   Accelerator head;
-  // Clear when the plan holds what only it decodes (a multiplexed PDU):
-  // then the plan is run as it is.
+  FrameTriggering* triggering;
+  // As the plan's (planMatches).
+  int64_t frameLength;
+  uint32_t mask;
+  uint32_t code;
+  uint32_t flags;
+  bool eitherType;
+  // Clear when the triggering has no plan or one that holds what only it
+  // decodes (a multiplexed PDU): then the plan is run as it is.
   bool usable;
-  uint32_t recordCount;
-  uint32_t denseCount;
-  uint32_t tableCount;
-  uint32_t otherCount;
-  const DenseField* dense;
-  const TableField* tables;
-  const OtherField* others;
+  uint16_t recordCount;
+  uint16_t denseCount;
+  uint16_t tableCount;
+  uint16_t otherCount;
+  uint32_t othersAt;  // bytes from the head; the fields follow the head
+  const DenseField* dense() const { return reinterpret_cast<const DenseField*>(this + 1); }
+  const TableField* tables() const { return reinterpret_cast<const TableField*>(dense() + denseCount); }
+  const OtherField* others() const {
+    return reinterpret_cast<const OtherField*>(reinterpret_cast<const unsigned char*>(this) + othersAt);
+  }
 };
+static_assert(sizeof(DensePlan) == 64, "a cache line's worth of head, the fields right behind it");
 
 // How the plan converts a word-read field's raw value into the record's
 // physical value and text; the tables hold what it gives.
@@ -82,14 +94,14 @@ using RecordConversion = void (*)(const PlannedField& f, uint64_t raw, Q9DbSigna
 // false otherwise.
 bool denseConversion(const PlannedField& f, double* scale, double* offset);
 
-// Builds the plan's dense form unless another reader has done so meanwhile;
-// null when the room is full.
-const DensePlan* buildDensePlan(Q9Db* db, const TriggeringPlan& plan, RecordConversion convert);
+// Builds the entry's dense form (and its plan) unless another reader has
+// done so meanwhile; null when the room is full.
+const DensePlan* buildDensePlan(Q9Db* db, const TriggeringIndexEntry& entry, RecordConversion convert);
 
-// The plan's dense form, built now if need be; null when there is none.
-inline const DensePlan* densePlanOf(Q9Db* db, const TriggeringPlan& plan, RecordConversion convert) {
-  const auto* dense = static_cast<const DensePlan*>(loadAccelerator(&plan.dense));
-  return dense ? dense : buildDensePlan(db, plan, convert);
+// The entry's dense form, built now if need be; null when there is none.
+inline const DensePlan* densePlanOf(Q9Db* db, const TriggeringIndexEntry& entry, RecordConversion convert) {
+  const auto* dense = static_cast<const DensePlan*>(loadAccelerator(&entry.dense));
+  return dense ? dense : buildDensePlan(db, entry, convert);
 }
 
 }  // namespace q9

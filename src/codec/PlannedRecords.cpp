@@ -1,7 +1,7 @@
 // Signal records by the compiled plans of a channel's triggerings: the
 // candidates come from the channel's index as in the walk, and each match
-// runs its plan's fields in one loop, reading the payload and the plan and
-// no node. What a record holds is what the walk and Q9Db_internalToPhysical
+// runs its plan's dense form (DensePlan.h), or else the plan's fields in one
+// loop, reading the payload and the plan and no node. What a record holds is what the walk and Q9Db_internalToPhysical
 // would give; whatever the plans leave to the nodes goes back to the walk.
 #include <cstring>
 
@@ -146,13 +146,14 @@ class PlannedMessage {
 
   // The records of a plan's dense form when the room holds them all; false,
   // with nothing written, when it doesn't (the plan then cuts them).
-  bool writeDense(const DensePlan& plan, Q9DbNode* triggering) {
+  bool writeDense(const DensePlan& plan) {
+    auto* triggering = reinterpret_cast<Q9DbNode*>(plan.triggering);
     Q9DbSignalRecord* const base = next_;
     if (uint64_t(end_ - base) < plan.recordCount) return false;
     const uint8_t* const payload = payload_;
     const uint32_t message = index_;
-    const DenseField* const end = plan.dense + plan.denseCount;
-    for (const DenseField* f = plan.dense; f != end; ++f) {
+    const DenseField* const end = plan.dense() + plan.denseCount;
+    for (const DenseField* f = plan.dense(); f != end; ++f) {
       // Both byte orders and both typings worked out, one of each picked:
       // they change from field to field.
       const uint64_t little = loadWordLittleEndian(payload + f->wordBase);
@@ -173,8 +174,8 @@ class PlannedMessage {
       r.kind = Q9_NUMERICSIGNAL;
       r.message = message;
     }
-    const TableField* const tablesEnd = plan.tables + plan.tableCount;
-    for (const TableField* f = plan.tables; f != tablesEnd; ++f) {
+    const TableField* const tablesEnd = plan.tables() + plan.tableCount;
+    for (const TableField* f = plan.tables(); f != tablesEnd; ++f) {
       const uint64_t little = loadWordLittleEndian(payload + f->wordBase);
       const uint64_t big = __builtin_bswap64(little);
       const uint64_t word = little ^ ((little ^ big) & (0 - uint64_t(f->bigEndian)));
@@ -190,8 +191,8 @@ class PlannedMessage {
       r.kind = Q9_NUMERICSIGNAL;
       r.message = message;
     }
-    const OtherField* const othersEnd = plan.others + plan.otherCount;
-    for (const OtherField* o = plan.others; o != othersEnd; ++o) {
+    const OtherField* const othersEnd = plan.others() + plan.otherCount;
+    for (const OtherField* o = plan.others(); o != othersEnd; ++o) {
       Q9DbSignalRecord& r = base[o->record];
       r.triggering = triggering;
       r.message = message;
@@ -282,15 +283,19 @@ RecordsOutcome decodeRecordsByPlans(Channel& channel, const Q9DbMessage& m, uint
   void* node = nullptr;
   const TriggeringIndexEntry* entry = nullptr;
   while (nextCandidate(candidates, m.identifier, &node, &entry)) {
+    // The dense form first: it alone is read for most triggerings.
+    const DensePlan* dense = entry ? densePlanOf(db, *entry, convertWordField) : nullptr;
+    if (dense && dense->usable) {
+      // Without a payload no PDU instance is decoded.
+      if (!planMatches(*dense, m.identifier, m.flags, m.length) || !m.payload) continue;
+      if (message.writeDense(*dense)) {
+        count = message.count();
+        continue;
+      }
+    }
     const TriggeringPlan* plan = entry ? planOf(db, *entry) : nullptr;
     if (!plan) return RecordsOutcome::NeedsWalk;
-    // Without a payload no PDU instance is decoded.
     if (!planMatches(*plan, m.identifier, m.flags, m.length) || !m.payload) continue;
-    const DensePlan* dense = densePlanOf(db, *plan, convertWordField);
-    if (dense && dense->usable && message.writeDense(*dense, reinterpret_cast<Q9DbNode*>(plan->triggering))) {
-      count = message.count();
-      continue;
-    }
     const RecordsOutcome outcome = message.write(*plan);
     count = message.count();
     if (outcome != RecordsOutcome::Written) return outcome;

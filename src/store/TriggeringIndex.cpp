@@ -56,6 +56,7 @@ bool addItem(TriggeringIndex& index, Allocator* alloc, void* item, uint64_t posi
   entry->triggering = as<FrameTriggering>(item);
   entry->position = position;
   entry->plan = nullptr;
+  entry->dense = nullptr;
   if (exact) {
     entry->identifier = as<IdentifierBasedTriggering>(item)->identifier;
     TriggeringBucket& bucket = index.buckets[triggeringBucketOf(entry->identifier, index.bucketCount)];

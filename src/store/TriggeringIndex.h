@@ -22,8 +22,10 @@ struct TriggeringIndexEntry {
   uint64_t position;  // in the channel's frameTriggerings
   TriggeringIndexEntry* next;  // same bucket, or the next masked one, in list order
   uint32_t identifier;  // exact entries only
-  // The decoder's compiled plan of the triggering (see Accelerators.h).
+  // The decoder's compiled plan of the triggering (see Accelerators.h),
+  // and its dense form for whole-frame decoding.
   mutable void* plan;
+  mutable void* dense;
 };
 
 struct TriggeringBucket {
