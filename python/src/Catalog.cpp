@@ -1,5 +1,6 @@
 #include "Catalog.h"
 
+#include "DescribedFrames.h"
 #include "Nodes.h"
 
 namespace q9py {
@@ -17,20 +18,6 @@ std::string signalUnit(Q9DbNode* signal) {
 }
 
 }  // namespace
-
-uint64_t frameCycleTime(Q9DbNode* frame) {
-  uint64_t cycle = 0;
-  forEachNode(Q9Db_enumPDUInstances, frame, [&](Q9DbNode* instance) {
-    Q9DbNode* pdu = nullptr;
-    if (cycle || Q9Db_getReference(instance, &pdu) != S_OK || !pdu) return;
-    forEachNode(Q9Db_enumPDUTriggerings, pdu, [&](Q9DbNode* pduTriggering) {
-      forEachNode(Q9Db_enumChildren, pduTriggering, [&](Q9DbNode* timing) {
-        if (!cycle && Q9Db_getNodeType(timing) == Q9_NODETYPE_CyclicTiming) Q9Db_getCycletime(timing, &cycle);
-      });
-    });
-  });
-  return cycle;
-}
 
 void Catalog::build(Q9DbNode* db) {
   *this = Catalog();
@@ -58,7 +45,7 @@ void Catalog::build(Q9DbNode* db) {
       entry.name = displayName(entry.frame);
       Q9Db_getFlags(triggering, &entry.flags);
       Q9Db_getLength(entry.frame, &entry.length);
-      entry.cycleMilliseconds = frameCycleTime(entry.frame);
+      entry.cycleMilliseconds = q9tool::frameCycleTime(entry.frame);
       entry.signals = layOutSignals(entry.frame);
       const auto at = uint32_t(frames_.size());
       byTriggering_.insert(triggering, nullptr, int32_t(at));

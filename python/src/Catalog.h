@@ -102,9 +102,6 @@ class Catalog {
   std::vector<uint32_t> masked_;
 };
 
-// The cycle of the first PDU of the frame that has one, in milliseconds.
-uint64_t frameCycleTime(Q9DbNode* frame);
-
 }  // namespace q9py
 
 #endif

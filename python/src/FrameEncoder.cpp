@@ -5,12 +5,13 @@
 #include <limits>
 
 #include "Nodes.h"
-#include "PayloadWalk.h"
+#include "PayloadFields.h"
 
 namespace q9py {
 namespace {
 
 using q9tool::forEachNode;
+using PayloadField = q9tool::SignalField;
 
 constexpr int kMostWalks = 66;  // a walk per nesting level of switches, and one to see nothing changed
 
@@ -50,15 +51,15 @@ bool rawOfPhysical(Q9DbNode* signal, double value, uint64_t& raw) {
   return false;
 }
 
-class Writer : public PayloadVisitor {
+class Writer : public q9tool::FieldVisitor {
  public:
   Writer(Q9DbNode* db, const FrameEntry& frame, const std::unordered_map<std::string, SignalInput>& values,
          const EncodeOptions& options)
       : db_(db), frame_(frame), values_(values), options_(options) {}
 
-  void visit(const PayloadField& field) override {
+  bool visit(const PayloadField& field) override {
     visited_.push_back(field.signal);
-    if (!error_.empty()) return;
+    if (!error_.empty()) return false;
     const std::string& name = nameOf(field.signal);
     auto given = values_.find(name);
     uint64_t raw = 0;
@@ -66,9 +67,10 @@ class Writer : public PayloadVisitor {
       raw = given != values_.end() ? rawOf(field, name, given->second) : startValue(field);
     } catch (const EncodeError& e) {
       error_ = e.what();
-      return;
+      return false;
     }
-    storeRaw(field, raw);
+    q9tool::PayloadFields::store(field, raw);
+    return true;  // the part writes back only the segments whose bits changed
   }
 
   // The signals the last walk wrote, in order.
@@ -194,7 +196,7 @@ std::vector<uint8_t> encodeFrame(Q9DbNode* db, const FrameEntry& frame,
   // what the one before did, every switch is where the values put it.
   std::vector<Q9DbNode*> visited;
   for (int walk = 0; walk < kMostWalks; ++walk) {
-    walkPayload(frame.frame, frame.identifier, frame.extended(), payload.data(), payload.size(), writer);
+    q9tool::PayloadFields(frame.frame, frame.identifier, frame.extended(), payload.data(), payload.size()).walk(writer);
     if (!writer.error().empty()) throw EncodeError(writer.error());
     std::vector<Q9DbNode*> now = writer.takeVisited();
     const bool settled = now == visited;
