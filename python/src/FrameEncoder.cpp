@@ -6,6 +6,7 @@
 
 #include "Nodes.h"
 #include "PayloadFields.h"
+#include "SignalSetting.h"
 
 namespace q9py {
 namespace {
@@ -19,21 +20,6 @@ std::string number(double value) {
   char text[32];
   std::snprintf(text, sizeof text, "%.15g", value);
   return text;
-}
-
-// The physical values the encoding computations take, as "low .. high".
-std::string encodableRange(Q9DbNode* coding) {
-  double low = std::numeric_limits<double>::infinity(), high = -low;
-  forEachNode(Q9Db_enumPhysicalToInternalComputations, coding, [&](Q9DbNode* computation) {
-    forEachNode(Q9Db_enumRanges, computation, [&](Q9DbNode* range) {
-      double lower = 0, upper = 0;
-      Q9Db_getLowerLimit(range, &lower);
-      Q9Db_getUpperLimit(range, &upper);
-      low = std::fmin(low, lower);
-      high = std::fmax(high, upper);
-    });
-  });
-  return low > high ? std::string() : number(low) + " .. " + number(high);
 }
 
 // The raw value of a physical one through the first encoding computation
@@ -113,7 +99,7 @@ class Writer : public q9tool::FieldVisitor {
     }
     uint64_t raw = 0;
     if (rawOfPhysical(field.signal, value, raw)) return raw;
-    const std::string range = encodableRange(field.coding);
+    const std::string range = q9tool::encodableRange(field.signal);
     fail(name, range.empty() ? "the signal has no computation from physical to raw values"
                              : number(value) + " is beyond what the signal's bits carry (" + range + ")");
   }

@@ -28,25 +28,6 @@ bool parseNumber(const std::string& text, double& out) {
   return true;
 }
 
-// The physical values the encoding computations take, as "low .. high"
-// over all their ranges; empty when there are none.
-std::string encodableRange(Q9DbNode* signal) {
-  Q9DbNode* coding = nullptr;
-  if (Q9Db_getReference(signal, &coding) != S_OK || !coding) return {};
-  double low = std::numeric_limits<double>::infinity(), high = -low;
-  forEachNode(Q9Db_enumPhysicalToInternalComputations, coding, [&](Q9DbNode* computation) {
-    forEachNode(Q9Db_enumRanges, computation, [&](Q9DbNode* range) {
-      double lower = 0, upper = 0;
-      Q9Db_getLowerLimit(range, &lower);
-      Q9Db_getUpperLimit(range, &upper);
-      low = std::fmin(low, lower);
-      high = std::fmax(high, upper);
-    });
-  });
-  if (low > high) return {};
-  return number(low) + " .. " + number(high);
-}
-
 bool rawValueOfNumber(Q9DbNode* signal, double value, uint64_t& raw, std::string& problem) {
   Q9DbPhysicalValue physical{};
   physical.valueType = Q9_VALUETYPE_DOUBLE;
@@ -75,6 +56,23 @@ bool rawValueOfNumber(Q9DbNode* signal, double value, uint64_t& raw, std::string
 }
 
 }  // namespace
+
+std::string encodableRange(Q9DbNode* signal) {
+  Q9DbNode* coding = nullptr;
+  if (Q9Db_getReference(signal, &coding) != S_OK || !coding) return {};
+  double low = std::numeric_limits<double>::infinity(), high = -low;
+  forEachNode(Q9Db_enumPhysicalToInternalComputations, coding, [&](Q9DbNode* computation) {
+    forEachNode(Q9Db_enumRanges, computation, [&](Q9DbNode* range) {
+      double lower = 0, upper = 0;
+      Q9Db_getLowerLimit(range, &lower);
+      Q9Db_getUpperLimit(range, &upper);
+      low = std::fmin(low, lower);
+      high = std::fmax(high, upper);
+    });
+  });
+  if (low > high) return {};
+  return number(low) + " .. " + number(high);
+}
 
 bool parseSignalSetting(std::string_view text, SignalSetting& out, std::string& problem) {
   size_t equals = text.find('=');

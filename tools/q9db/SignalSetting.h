@@ -27,6 +27,10 @@ bool parseSignalSetting(std::string_view text, SignalSetting& out, std::string& 
 // number nor a text, outside the signal's limits or what its bits carry).
 bool rawValueFor(Q9DbNode* db, Q9DbNode* signal, const std::string& value, uint64_t& raw, std::string& problem);
 
+// The physical values the signal's encoding computations take, as
+// "low .. high" over all their ranges; empty when there are none.
+std::string encodableRange(Q9DbNode* signal);
+
 }  // namespace q9tool
 
 #endif
