@@ -70,26 +70,15 @@ struct CompiledDecoding {
 // cascade looks at.
 template <typename Visit>
 void forEachComputation(const PagedList& list, Visit visit) {
-  Block* b = list.head;
-  if (!b) return;
-  do {
-    for (uint64_t i = 0; i < b->count; ++i) {
-      const auto* node = static_cast<const ObjectBase*>(b->pointers()[i]);
-      if (isA<Computation>(node)) visit(*as<Computation>(node));
-    }
-    b = b->next;
-  } while (b != list.head);
+  forEachPointer(list, [&](void* item) {
+    const auto* node = static_cast<const ObjectBase*>(item);
+    if (isA<Computation>(node)) visit(*as<Computation>(node));
+  });
 }
 
 template <typename Visit>
 void forEachRange(const Computation& c, Visit visit) {
-  Block* b = c.ranges.head;
-  if (!b) return;
-  do {
-    const auto* ranges = reinterpret_cast<const ValueRange*>(b->items());
-    for (uint64_t i = 0; i < b->count; ++i) visit(ranges[i]);
-    b = b->next;
-  } while (b != c.ranges.head);
+  forEachRecord<const ValueRange>(c.ranges, [&](const ValueRange& r) { visit(r); });
 }
 
 // The coding's decoding, compiled now if no reader has done so since the

@@ -18,14 +18,7 @@ constexpr uint64_t kImageBytes = Q9_DECODE_BUFFER_SIZE;
 // Calls visit with each item of the list until it answers false; false then.
 template <typename Visit>
 bool forEachItem(const PagedList& list, Visit visit) {
-  Block* b = list.head;
-  if (!b) return true;
-  do {
-    for (uint64_t i = 0; i < b->count; ++i)
-      if (!visit(static_cast<const ObjectBase*>(b->pointers()[i]))) return false;
-    b = b->next;
-  } while (b != list.head);
-  return true;
+  return forEachPointer(list, [&](void* item) { return visit(static_cast<const ObjectBase*>(item)); });
 }
 
 // A plan is taken away by the changes to its own database only, so it may

@@ -25,18 +25,12 @@ inline bool hasSegments(const MultiplexedPart& part) {
 template <typename Visit>
 bool forEachSegment(const MultiplexedPart& part, Visit visit) {
   uint64_t d = 0;
-  Block* b = part.segments.head;
-  do {
-    const auto* segments = reinterpret_cast<const Segment*>(b->items());
-    for (uint64_t i = 0; i < b->count; ++i) {
-      const Segment& s = segments[i];
-      if (s.bitlen == 0) continue;
-      if (s.bitlen < 0 || !visit(s, d)) return false;
-      d += uint64_t(s.bitlen);
-    }
-    b = b->next;
-  } while (b != part.segments.head);
-  return true;
+  return forEachRecord<const Segment>(part.segments, [&](const Segment& s) {
+    if (s.bitlen == 0) return true;
+    if (s.bitlen < 0 || !visit(s, d)) return false;
+    d += uint64_t(s.bitlen);
+    return true;
+  });
 }
 
 // Reads the switch of the multiplexed PDU on top of the stack and pushes the

@@ -18,15 +18,7 @@ bool rangeHolds(const ValueRange& r, const Q9DbPhysicalValue& v) {
 }
 
 bool computationHolds(const Computation& c, const Q9DbPhysicalValue& v) {
-  if (Block* b = c.ranges.head) {
-    do {
-      const auto* ranges = reinterpret_cast<const ValueRange*>(b->items());
-      for (uint64_t i = 0; i < b->count; ++i)
-        if (rangeHolds(ranges[i], v)) return true;
-      b = b->next;
-    } while (b != c.ranges.head);
-  }
-  return false;
+  return !forEachRecord<const ValueRange>(c.ranges, [&](const ValueRange& r) { return !rangeHolds(r, v); });
 }
 
 namespace {
@@ -82,36 +74,24 @@ bool apply(const ObjectBase* compu, Q9DbPhysicalValue& v) {
 // Whether a range of the list holds x, the value as a double; the range test
 // of rangeHolds with the conversion done once for all ranges.
 bool someRangeHolds(const PagedList& ranges, double x) {
-  Block* b = ranges.head;
-  if (!b) return false;
-  do {
-    const auto* r = reinterpret_cast<const ValueRange*>(b->items());
-    for (uint64_t i = 0; i < b->count; ++i)
-      if (limitsHold(r[i].lowerLimit, r[i].upperLimit, r[i].flags, x)) return true;
-    b = b->next;
-  } while (b != ranges.head);
-  return false;
+  return !forEachRecord<const ValueRange>(
+      ranges, [&](const ValueRange& r) { return !limitsHold(r.lowerLimit, r.upperLimit, r.flags, x); });
 }
 
 HRESULT runCascade(const PagedList& computations, Q9DbPhysicalValue& v) {
   HRESULT result = S_FALSE;
-  Block* b = computations.head;
-  if (!b) return result;
   // No range holds a value of unknown type, and only an applied computation
   // changes the value, so its double is worked out again only then.
   bool comparable = v.valueType <= Q9_VALUETYPE_INT64;
   double x = valueAsDouble(v);
-  do {
-    for (uint64_t i = 0; i < b->count; ++i) {
-      const auto* compu = static_cast<const ObjectBase*>(b->pointers()[i]);
-      if (!comparable || !isA<Computation>(compu) || !someRangeHolds(as<Computation>(compu)->ranges, x)) continue;
-      v.computation = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(compu));
-      result = apply(compu, v) ? S_OK : S_FALSE;
-      comparable = v.valueType <= Q9_VALUETYPE_INT64;
-      x = valueAsDouble(v);
-    }
-    b = b->next;
-  } while (b != computations.head);
+  forEachPointer(computations, [&](void* item) {
+    const auto* compu = static_cast<const ObjectBase*>(item);
+    if (!comparable || !isA<Computation>(compu) || !someRangeHolds(as<Computation>(compu)->ranges, x)) return;
+    v.computation = reinterpret_cast<Q9DbNode*>(const_cast<ObjectBase*>(compu));
+    result = apply(compu, v) ? S_OK : S_FALSE;
+    comparable = v.valueType <= Q9_VALUETYPE_INT64;
+    x = valueAsDouble(v);
+  });
   return result;
 }
 

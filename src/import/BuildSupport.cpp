@@ -17,22 +17,16 @@ std::string freePrefix(Q9DbNode* handle, const std::string& wanted, bool wholeId
   if (Q9Db* db = asDatabase(handle)) {
     if (auto* collections = static_cast<DatabaseCollections*>(db->reference)) {
       PagedList& list = collections->identElements->children;
-      if (Block* first = list.head) {
-        Block* b = first;
-        do {
-          for (uint64_t i = 0; i < b->count; ++i) {
-            auto* eid = static_cast<const char16_t*>(elementIdOf(b->pointers()[i]));
-            if (!eid) continue;
-            std::u16string_view text(eid);
-            const std::size_t slash = text.find(u'/');
-            if (slash != std::u16string_view::npos)
-              used.emplace(text.substr(0, slash));
-            else if (wholeIds)
-              used.emplace(text);
-          }
-          b = b->next;
-        } while (b != first);
-      }
+      forEachPointer(list, [&](void* element) {
+        auto* eid = static_cast<const char16_t*>(elementIdOf(element));
+        if (!eid) return;
+        std::u16string_view text(eid);
+        const std::size_t slash = text.find(u'/');
+        if (slash != std::u16string_view::npos)
+          used.emplace(text.substr(0, slash));
+        else if (wholeIds)
+          used.emplace(text);
+      });
     }
   }
   const std::u16string base = toUtf16(wanted);

@@ -73,15 +73,11 @@ class DbcBuilder {
       cluster = as<Channel>(node)->group;
     } else if (isExact<Cluster>(node)) {
       cluster = reinterpret_cast<ObjectBase*>(node);
-      Block* first = as<Cluster>(node)->children.head;
-      for (Block* b = first; b && !channel_;) {
-        for (uint64_t i = 0; i < b->count; ++i)
-          if (isExact<Channel>(b->pointers()[i])) {
-            channel_ = static_cast<Q9DbNode*>(b->pointers()[i]);
-            break;
-          }
-        b = b->next == first ? nullptr : b->next;
-      }
+      forEachPointer(as<Cluster>(node)->children, [&](void* child) {
+        if (!isExact<Channel>(child)) return true;
+        channel_ = static_cast<Q9DbNode*>(child);
+        return false;
+      });
     } else {
       const char* cls = classNameA(readTag(node));
       throw BuildFailure(formatText("a DBC file is imported into a cluster or a channel, not into a %s", cls ? cls : "node"));

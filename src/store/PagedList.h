@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "Q9Db.h"
 
@@ -75,6 +76,40 @@ HRESULT searchSorted(PagedList* list, Block** block, uint64_t* index, const void
                      Comparison compare);
 HRESULT insertSorted(const BlockLayout* layout, Allocator* alloc, PagedList* list, Block* block,
                      uint64_t index, void* value);
+
+// The one way to walk a list outside the decoder's cursor: visit(item) for
+// each item in list order, item being an element of type Item in the
+// blocks. visit answers nothing, or a bool that stops the walk when false;
+// the walk answers false when it was stopped.
+template <typename Item, typename Visit>
+bool forEachItemOf(const PagedList& list, Visit&& visit) {
+  Block* b = list.head;
+  if (!b) return true;
+  do {
+    Item* items = reinterpret_cast<Item*>(b->items());
+    for (uint64_t i = 0; i < b->count; ++i) {
+      if constexpr (std::is_same_v<decltype(visit(items[i])), bool>) {
+        if (!visit(items[i])) return false;
+      } else {
+        visit(items[i]);
+      }
+    }
+    b = b->next;
+  } while (b != list.head);
+  return true;
+}
+
+// A pointer list: visit(void* item).
+template <typename Visit>
+bool forEachPointer(const PagedList& list, Visit&& visit) {
+  return forEachItemOf<void* const>(list, [&](void* item) { return visit(item); });
+}
+
+// A record list of Record (its layout's record size).
+template <typename Record, typename Visit>
+bool forEachRecord(const PagedList& list, Visit&& visit) {
+  return forEachItemOf<Record>(list, visit);
+}
 
 // Process-wide layouts shared by all databases.
 extern const BlockLayout childLayout;

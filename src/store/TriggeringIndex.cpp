@@ -28,18 +28,11 @@ void growBuckets(TriggeringIndex& index, Allocator* alloc) {
   if (!buckets) return;
   std::memset(buckets, 0, count * sizeof(TriggeringBucket));
   // The entries list is in list order, so every chain is again.
-  if (Block* b = index.entries.head) {
-    do {
-      auto* records = reinterpret_cast<TriggeringIndexEntry*>(b->items());
-      for (uint64_t i = 0; i < b->count; ++i) {
-        TriggeringIndexEntry& e = records[i];
-        if (!isExact<IdentifierBasedTriggering>(e.triggering)) continue;
-        TriggeringBucket& bucket = buckets[triggeringBucketOf(e.identifier, count)];
-        appendToChain(bucket.first, bucket.last, &e);
-      }
-      b = b->next;
-    } while (b != index.entries.head);
-  }
+  forEachRecord<TriggeringIndexEntry>(index.entries, [&](TriggeringIndexEntry& e) {
+    if (!isExact<IdentifierBasedTriggering>(e.triggering)) return;
+    TriggeringBucket& bucket = buckets[triggeringBucketOf(e.identifier, count)];
+    appendToChain(bucket.first, bucket.last, &e);
+  });
   if (index.buckets) alloc->free(alloc, index.buckets);
   index.buckets = buckets;
   index.bucketCount = count;

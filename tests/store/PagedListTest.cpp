@@ -60,6 +60,25 @@ TEST(BlockLayouts, SizesAndCapacities) {
   }
 }
 
+// The walks agree with the cursor over several blocks, stop where the
+// visitor says, and pass over an empty list.
+TEST_F(PagedListTest, ForEachWalksInCursorOrderAndStops) {
+  std::vector<intptr_t> seen;
+  EXPECT_TRUE(forEachPointer(list, [&](void* item) { seen.push_back(intptr_t(item)); }));
+  EXPECT_TRUE(seen.empty());
+  ASSERT_EQ(initPointerList(&childLayout, alloc, &list), S_OK);
+  for (intptr_t x = 1; x <= 40; ++x) ASSERT_EQ(appendPointer(&childLayout, alloc, &list, v(x)), S_OK);
+  ASSERT_GT(blockCounts().size(), 2u);
+  EXPECT_TRUE(forEachPointer(list, [&](void* item) { seen.push_back(intptr_t(item)); }));
+  EXPECT_EQ(seen, items());
+  seen.clear();
+  EXPECT_FALSE(forEachPointer(list, [&](void* item) {
+    seen.push_back(intptr_t(item));
+    return intptr_t(item) < 17;
+  }));
+  EXPECT_EQ(seen.size(), 17u);
+}
+
 TEST_F(PagedListTest, EmptyListsAndEmptyFirstBlock) {
   EXPECT_EQ(listCount(&list), 0u);
   Cursor c;
