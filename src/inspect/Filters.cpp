@@ -75,14 +75,8 @@ HRESULT createIdList(Q9DbNode* db, int32_t mode, const Char* ids, Q9DbFilter** o
 bool reaches(const Filter* member, const Filter* target) {
   if (member == target) return true;
   if (member->kind != kCombinationKind) return false;
-  if (Block* b = member->list.head) {
-    do {
-      for (uint64_t i = 0; i < b->count; ++i)
-        if (reaches(static_cast<const Filter*>(b->pointers()[i]), target)) return true;
-      b = b->next;
-    } while (b != member->list.head);
-  }
-  return false;
+  return !forEachPointer(member->list,
+                         [&](void* inner) { return !reaches(static_cast<const Filter*>(inner), target); });
 }
 
 HRESULT match(const Filter* f, const void* node) {
@@ -94,12 +88,11 @@ HRESULT match(const Filter* f, const void* node) {
                      S_OK
                  ? S_OK
                  : S_FALSE;
-  } else if (Block* b = f->list.head) {
-    do {
-      for (uint64_t i = 0; i < b->count && result != S_OK; ++i)
-        result = match(static_cast<const Filter*>(b->pointers()[i]), node);
-      b = b->next;
-    } while (result != S_OK && b != f->list.head);
+  } else {
+    forEachPointer(f->list, [&](void* member) {
+      result = match(static_cast<const Filter*>(member), node);
+      return result != S_OK;  // the first member that passes decides
+    });
   }
   if (f->mode == kInverted && (result == S_OK || result == S_FALSE))
     result = result == S_OK ? S_FALSE : S_OK;
