@@ -4,7 +4,7 @@
 // decode, and behind the index's back.
 #include <gtest/gtest.h>
 
-#include "DecoderFixture.h"
+#include "codec/DecoderFixture.h"
 #include "store/MemberLists.h"
 #include "store/TriggeringIndex.h"
 

@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "../store/StoreFixture.h"
+#include "StoreFixture.h"
 #include "store/Accelerators.h"
 
 namespace q9::test {
