@@ -11,7 +11,8 @@
 -- could not be mapped (the rest still imports); second = for information,
 -- what the text names (0 the file, 1 an ECU, 2 a frame, 3 a signal), else 0.
 -- A file the engine can't use raises an error with its message (file, line,
--- column); what it reads differently from the standard it reports.
+-- column); a deviation it reads as meant (sections or items out of order or
+-- missing, unknown ones, a missing ';') it reports as a warning.
 local text = require "q9filters.ldf_text"
 local ldfExport = require "q9filters.ldf_export"
 local engine = require("q9filters.common").engine

@@ -13,8 +13,16 @@ struct LastDelivered {
   uint64_t epoch;  // acceleratorEpoch() when it was delivered
 };
 
-// Per thread, so that concurrent walks don't see each other's. The library
-// is loaded with its client, so the initial model's single load serves.
+// Per thread, so that concurrent walks don't see each other's. The
+// initial-exec model makes each access a thread-pointer-relative load
+// instead of a call to __tls_get_addr. It needs static TLS room: a program
+// linked against the library gets that at start, but require "Q9Db" from
+// Lua and the Python extension load the library by dlopen, and then the
+// loader must find the library's whole TLS block (this and the XML error
+// capture's pointer, 24 bytes) in the small surplus it keeps for such
+// libraries; if other libraries loaded that way have used it up, the
+// dlopen fails with "cannot allocate memory in static TLS block". The code
+// relies on that block staying a few dozen bytes.
 extern __thread LastDelivered lastDelivered __attribute__((tls_model("initial-exec")));
 
 inline void noteDelivered(const PlannedField& field) { lastDelivered = {&field, acceleratorEpoch()}; }

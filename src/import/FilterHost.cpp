@@ -171,6 +171,12 @@ Q9DB_API HRESULT Q9Db_importFile(Q9DbNode* db, Q9DbNode* node, const char16_t* p
 
 Q9DB_API HRESULT Q9Db_exportFile(Q9DbNode* db, Q9DbNode* node, const char16_t* path, const char16_t* second,
                                  void* context, FilterReportCallback callback) {
+  // Unlike the import entries, export has always left its arguments to the
+  // package, and clients get the package's answer for a null, not
+  // E_INVALIDARG. Nothing here dereferences them: a null path reaches the
+  // script as the empty text, which names no export format (an error, so
+  // E_FAIL); a null database as a userdata on a null handle, which the
+  // binding refuses as a destroyed database (an error again).
   EntryCall call{q9::kExport};
   call.db = db, call.node = node, call.path = path, call.second = second;
   call.context = context, call.callback = callback;

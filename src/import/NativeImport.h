@@ -20,8 +20,9 @@ struct ImportOptions {
   uint16_t language = 0;              // of descriptions, units and value texts
 };
 
-// Imports a file into db: node null makes a new cluster, a Cluster or
-// Channel takes the frames (as the filter documentation says per format).
+// Imports a file into db: node null makes a new cluster and channel; a
+// Channel takes the frames itself; into a Cluster, a DBC file goes to its
+// first channel (a new one when it has none), an LDF file to a new channel.
 // True on success; false with report.error() saying why, and then nothing
 // was added to the database.
 bool importDbcFile(Q9DbNode* db, Q9DbNode* node, const std::string& pathUtf8,

@@ -237,6 +237,10 @@ Q9DB_API HRESULT Q9Db_dumpDot(Q9DbNode* db, const char16_t* fileName, uint16_t l
   } catch (...) {
     whole = false;
   }
+  // Write errors (a full disk, a failing fclose) are not looked at: the
+  // answers are S_OK, E_INVALIDARG and E_UNEXPECTED for a file that can't be
+  // opened, and the graph is a side output for people. A caller that needs
+  // the whole file checks it: q9db's dot looks for the closing brace.
   std::fclose(out);
   return whole ? S_OK : E_UNEXPECTED;
 }

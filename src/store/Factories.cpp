@@ -284,8 +284,11 @@ Q9DB_API HRESULT Q9Db_createCyclicTiming(Q9DbNode* db, uint64_t cycleTime, Q9DbN
 }
 
 Q9DB_API HRESULT Q9Db_createECU(Q9DbNode* db, const char16_t* id, Q9DbNode** out) {
-  // An ECU answers a missing handle before a missing out.
+  // Unlike the other factories, an ECU judges its handle before its out: a
+  // missing handle is E_POINTER, a wrong tag E_INVALIDARG even when out is
+  // missing too; only then does the skeleton test out.
   if (!db) return E_POINTER;
+  if (!asDatabase(db)) return E_INVALIDARG;
   return makeNode<ElementGroup>(db, id, out, noValues, [](Q9Db* d, ElementGroup& n) {
     return joinCollection(d, &DatabaseCollections::ECUs, n);
   });

@@ -1,5 +1,6 @@
-// Field extract/insert/copy: the documented examples, and a comparison with
-// a bit-by-bit model over every position and length in both byte orders.
+// Field extract/insert/copy: hand-worked cases in both byte orders (fields
+// across bytes, zero length, fields at the buffer's edges), and a comparison
+// with a bit-by-bit model over every position and length.
 #include <gtest/gtest.h>
 
 #include <random>

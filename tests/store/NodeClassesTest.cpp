@@ -1,3 +1,5 @@
+// The node classes: every class's number, tag, name and base, and the
+// membership test Q9Db_isDerivedFrom over every pair of classes.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -8,14 +10,15 @@
 
 namespace {
 
-// The class tree as published: number, tag, base class number.
-struct PublishedClass {
+// The class tree with the tags clients and stored databases rely on, so
+// none may change: number, tag, base class number.
+struct FixedClass {
   int number;
   const char* name;
   uint32_t nodeType;
   int base;
 };
-const PublishedClass kTree[] = {
+const FixedClass kTree[] = {
     {1, "ObjectBase", 0x0125626F, 0}, {2, nullptr, 0x02207264, 1}, {3, "ElementId", 0x03206469, 2},
     {4, "ElementDetail", 0x04206465, 3}, {5, "ElementChild", 0x05166365, 4}, {6, "ElementReference", 0x06157265, 5},
     {7, "Q9Db", 0x07076264, 6}, {8, "ElementGroup", 0x08106765, 6}, {9, "DatabaseCollections", 0x09096364, 8},
@@ -44,8 +47,8 @@ struct TagBuffer {
   unsigned char bytes[8] = {};
 };
 
-TEST(NodeClasses, TableMatchesPublishedTags) {
-  for (const PublishedClass& c : kTree) {
+TEST(NodeClasses, TableMatchesFixedTags) {
+  for (const FixedClass& c : kTree) {
     SCOPED_TRACE(c.number);
     EXPECT_EQ(q9::kNodeClasses[c.number - 1].nodeType, c.nodeType);
     const char* name = q9::classNameA(c.nodeType);
@@ -61,9 +64,9 @@ TEST(NodeClasses, TableMatchesPublishedTags) {
 }
 
 TEST(NodeClasses, MembershipFollowsTheTreeForEveryPair) {
-  for (const PublishedClass& node : kTree) {
+  for (const FixedClass& node : kTree) {
     TagBuffer b(node.nodeType);
-    for (const PublishedClass& cls : kTree) {
+    for (const FixedClass& cls : kTree) {
       const bool expected = descendsFrom(node.number, cls.number);
       EXPECT_EQ(Q9Db_isDerivedFrom(b.bytes, cls.nodeType & 0xFFFF), expected ? 1 : 0)
           << node.number << " in " << cls.number << " by code";
