@@ -2,7 +2,8 @@
 #ifndef Q9DB_IMPORT_H
 #define Q9DB_IMPORT_H
 
-#include "Q9Db.h"
+#include "Q9Db/types.h"
+#include "Q9Db/texts.h"
 
 #ifdef __cplusplus
 extern "C" {

@@ -2,7 +2,7 @@
 #ifndef Q9DB_LUA_H
 #define Q9DB_LUA_H
 
-#include "Q9Db.h"
+#include "Q9Db/types.h"
 
 #ifdef __cplusplus
 extern "C" {

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Compares the dynamic symbols a shared library defines with the functions
-# its header declares. Both lists must match exactly.
+# its public headers declare, the concept headers in Q9Db/ included. Both
+# lists must match exactly.
 set -euo pipefail
 lib=$1
-headers=("$2"/*.h)
+headers=("$2"/*.h "$2"/Q9Db/*.h)
 exported=$(nm -D --defined-only "$lib" | awk '$2 ~ /^[TW]$/ {print $3}' | sort -u)
 declared=$(grep -hoE '^Q9DB_API[^(]*\(' "${headers[@]}" | sed -E 's/.*[ *]([A-Za-z_0-9]+)\($/\1/' | sort -u)
 extra=$(comm -23 <(echo "$exported") <(echo "$declared"))
