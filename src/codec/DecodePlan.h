@@ -221,6 +221,16 @@ inline const uint8_t* plannedPartSource(const PartPlan& part, uint8_t* image, co
   return image;
 }
 
+// The raw value of a Scale field as its coding reads it: sign-extended from
+// its length when it is two's complement, else its low bits; no branch,
+// since which kind of signal comes next is hard to foresee.
+inline uint64_t typedScaleRaw(const PlannedField& f, uint64_t raw) {
+  const uint64_t twos = f.conversion == Conversion::TwosComplement;
+  const uint64_t shifted = raw << f.down;
+  const uint64_t signedTyped = uint64_t(int64_t(shifted) >> f.down);
+  return (signedTyped & (0 - twos)) | ((shifted >> f.down) & (twos - 1));
+}
+
 // Q9Db_internalToPhysical by a field whose conversion is compiled: the same
 // value, status and record as by the nodes.
 inline HRESULT convertPlanned(const PlannedField& f, uint64_t raw, Q9DbPhysicalValue& v) {
@@ -229,9 +239,7 @@ inline HRESULT convertPlanned(const PlannedField& f, uint64_t raw, Q9DbPhysicalV
     // The usual signal, straight through and with few branches, since which
     // kind of signal comes next is hard to foresee.
     const uint64_t twos = f.conversion == Conversion::TwosComplement;
-    const uint64_t shifted = raw << f.down;
-    const uint64_t signedTyped = uint64_t(int64_t(shifted) >> f.down);
-    const uint64_t typed = (signedTyped & (0 - twos)) | ((shifted >> f.down) & (twos - 1));
+    const uint64_t typed = typedScaleRaw(f, raw);
     const double x = double(int64_t(typed));
     if (intervalHolds(f.where.range.low, f.where.range.high, x)) {
       const double product = x * f.a.scale;

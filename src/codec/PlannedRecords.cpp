@@ -89,11 +89,7 @@ inline bool textTable(const CompiledDecoding& d, uint64_t raw, Q9DbSignalRecord&
 inline void convertWordField(const PlannedField& f, uint64_t raw, Q9DbSignalRecord& r) {
   if (f.step == FieldStep::Scale) {
     // convertPlanned's usual case, with the value straight into the record.
-    const uint64_t twos = f.conversion == Conversion::TwosComplement;
-    const uint64_t shifted = raw << f.down;
-    const uint64_t signedTyped = uint64_t(int64_t(shifted) >> f.down);
-    const uint64_t typed = (signedTyped & (0 - twos)) | ((shifted >> f.down) & (twos - 1));
-    const double x = double(int64_t(typed));
+    const double x = double(int64_t(typedScaleRaw(f, raw)));
     const double product = x * f.a.scale;
     const double scaled = product + f.offset;
     r.physical = intervalHolds(f.where.range.low, f.where.range.high, x) ? scaled : kNoPhysicalValue;
