@@ -8,7 +8,7 @@ namespace {
 #define Q9_TABLE_ROW(name) reinterpret_cast<Q9DbFunction>(&name),
 
 const Q9DbFunction kCInterface[] = {
-#include "store/CInterfaceRows.def"
+#include "CInterfaceRows.def"
 };
 
 #undef Q9_TABLE_ROW
