@@ -14,7 +14,7 @@
 
 local source = debug.getinfo(1, "S").source
 local folder = source:match("^@(.*)/[^/]*$") or "."
-local openCore = assert(package.loadlib(folder .. "/libQ9Db.so", "Q9Db_core"))
+local openCore = assert(package.loadlib(folder .. "/Q9Db.so", "Q9Db_core"))
 local core = openCore()
 
 local M = {}

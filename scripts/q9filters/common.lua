@@ -22,7 +22,7 @@ local function open(entry)
   if not loaded[entry] then
     local source = debug.getinfo(1, "S").source
     local folder = source:match("^@(.*)/q9filters/[^/]*$") or "."
-    loaded[entry] = assert(package.loadlib(folder .. "/libQ9Db.so", entry))()
+    loaded[entry] = assert(package.loadlib(folder .. "/Q9Db.so", entry))()
   end
   return loaded[entry]
 end

@@ -29,7 +29,11 @@ for file in "$pc" "$config" "$(dirname "$config")/Q9DbConfigVersion.cmake" "$lib
   "$prefix/include/Q9DbImport.h" "$prefix/bin/q9db"; do
   [ -e "$file" ] || fail "not installed: ${file#"$prefix"/}"
 done
-[ "$(readlink "$folder/Q9Db.so")" = libQ9Db.so ] || fail "Q9Db.so is no link to libQ9Db.so"
+# The Lua module's name and the run-time name (the soname) lead to the
+# library's file; the link for linking is only for clients' builds.
+soname=$(readelf -d "$library" | sed -n 's/.*Library soname: \[\(.*\)\]/\1/p')
+[ "$soname" = libQ9Db.so.0 ] || fail "the library's soname is '$soname', not libQ9Db.so.0"
+[ "$(readlink "$folder/Q9Db.so")" = "$soname" ] || fail "Q9Db.so is no link to $soname"
 
 # The installed tool runs on the installed library and its scripts.
 loaded=$(ldd "$prefix/bin/q9db" | awk '/libQ9Db\.so/ { print $3 }')
