@@ -9,8 +9,6 @@ namespace {
 using q9tool::displayName;
 using q9tool::forEachNode;
 
-constexpr uint32_t kLargestStandardId = 0x7FF;
-
 std::string signalUnit(Q9DbNode* signal) {
   Q9DbNode* unit = nullptr;
   Q9Db_getUnit(signal, &unit);  // the unit of the signal's coding
@@ -53,7 +51,7 @@ void Catalog::build(Q9DbNode* db) {
         masked_.push_back(at);
       } else {
         if (!entry.extended()) byIdentifier_[key(entry.identifier, false)].push_back(at);
-        if (entry.extended() || (entry.eitherType() && entry.identifier > kLargestStandardId))
+        if (q9tool::sentExtended(entry.identifier, entry.flags))
           byIdentifier_[key(entry.identifier, true)].push_back(at);
       }
       frames_.push_back(std::move(entry));

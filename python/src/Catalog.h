@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "PointerIndex.h"
+#include "FrameType.h"
 #include "Q9Db.h"
 #include "SignalLayout.h"
 
@@ -38,8 +39,8 @@ struct FrameEntry {
   std::vector<LaidSignal> signals;
   std::vector<uint32_t> slots;  // beside signals
 
-  bool extended() const { return (flags & Q9_FLAGMASK_CAN_FRAMETYPE) == Q9_FLAG_CANEXTENDED; }
-  bool eitherType() const { return (flags & Q9_FLAGMASK_CAN_FRAMETYPE) == Q9_FLAG_CANSTD_OR_EXT; }
+  bool extended() const { return q9tool::describedExtended(flags); }
+  bool eitherType() const { return q9tool::describedEitherType(flags); }
   bool fd() const { return flags & Q9_FLAG_CANFD_FRAME; }
   bool masked() const { return mask != ~0u; }
 };

@@ -5,7 +5,6 @@
 namespace q9tool {
 namespace {
 
-constexpr uint32_t kLargestStandardId = 0x7FF;
 constexpr uint32_t kFirstPdu2Format = 240;
 
 }  // namespace
@@ -47,7 +46,7 @@ DescribedFrames::DescribedFrames(const std::vector<Q9DbNode*>& channels) {
         Q9Db_getIdentifier(triggering, &described.identifier);
         size_t at = frames_.size();
         if (!described.extended()) byIdentifier_[key(described.identifier, false)].push_back(at);
-        if (described.extended() || (described.eitherType() && described.identifier > kLargestStandardId))
+        if (sentExtended(described.identifier, described.flags))
           byIdentifier_[key(described.identifier, true)].push_back(at);
         if (described.extended()) byParameterGroup_[j1939ParameterGroup(described.identifier)].push_back(at);
       } else {

@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "FrameType.h"
 #include "Q9Db.h"
 
 namespace q9tool {
@@ -24,8 +25,8 @@ struct DescribedFrame {
   int32_t length;       // bytes
   uint64_t cycleMilliseconds;  // 0: not cyclic
 
-  bool extended() const { return (flags & Q9_FLAGMASK_CAN_FRAMETYPE) == Q9_FLAG_CANEXTENDED; }
-  bool eitherType() const { return (flags & Q9_FLAGMASK_CAN_FRAMETYPE) == Q9_FLAG_CANSTD_OR_EXT; }
+  bool extended() const { return describedExtended(flags); }
+  bool eitherType() const { return describedEitherType(flags); }
   bool fd() const { return flags & Q9_FLAG_CANFD_FRAME; }
 };
 

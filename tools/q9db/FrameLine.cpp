@@ -1,5 +1,6 @@
 #include "FrameLine.h"
 
+#include "FrameType.h"
 #include "Q9Db.h"
 
 namespace q9tool {
@@ -7,7 +8,6 @@ namespace {
 
 constexpr uint32_t kErrorFrameFlag = 0x20000000u;  // set in the identifier of error frames
 constexpr uint32_t kLargestExtendedId = 0x1FFFFFFFu;
-constexpr uint32_t kLargestStandardId = 0x7FFu;
 
 // Flags nibble of a CAN FD frame in the log form.
 constexpr unsigned kFdBitRateSwitch = 0x1;

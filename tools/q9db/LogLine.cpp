@@ -1,5 +1,6 @@
 #include "LogLine.h"
 
+#include "FrameType.h"
 #include "Q9Db.h"
 
 namespace q9tool {
@@ -11,18 +12,13 @@ const char kHexDigits[] = "0123456789ABCDEF";
 constexpr unsigned kFdBitRateSwitch = 0x1;
 constexpr unsigned kFdErrorStateIndicator = 0x2;
 
-constexpr uint32_t kLargestStandardId = 0x7FF;
-
 // Writes value as count digits, leading zeros included, ending at end.
 char* writeDigits(char* end, uint64_t value, int count, unsigned base) {
   for (int i = 0; i < count; ++i, value /= base) *--end = kHexDigits[value % base];
   return end;
 }
 
-bool isExtended(const LogFrame& frame) {
-  uint32_t type = frame.flags & Q9_FLAGMASK_CAN_FRAMETYPE;
-  return type == Q9_FLAG_CANEXTENDED || (type == Q9_FLAG_CANSTD_OR_EXT && frame.identifier > kLargestStandardId);
-}
+bool isExtended(const LogFrame& frame) { return sentExtended(frame.identifier, frame.flags); }
 
 }  // namespace
 

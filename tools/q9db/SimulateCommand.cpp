@@ -13,6 +13,7 @@
 #include <unordered_map>
 
 #include "Commands.h"
+#include "FrameType.h"
 #include "LogLine.h"
 #include "Network.h"
 #include "Nodes.h"
@@ -24,7 +25,6 @@ namespace {
 
 constexpr size_t kClassicLength = 8;
 constexpr size_t kLongestPayload = 64;
-constexpr uint32_t kLargestStandardId = 0x7FF;
 // The encoder's clock starts past every cycle time, so that each cyclic
 // frame goes out at the first step, as a bus does after power-up, and then
 // once per cycle.
@@ -38,16 +38,11 @@ struct SentFrame {
   uint64_t sends = 0;
 };
 
-bool isExtended(uint32_t identifier, uint32_t flags) {
-  uint32_t type = flags & Q9_FLAGMASK_CAN_FRAMETYPE;
-  return type == Q9_FLAG_CANEXTENDED || (type == Q9_FLAG_CANSTD_OR_EXT && identifier > kLargestStandardId);
-}
-
 // The bus sends what waits together by identifier: the 11 bits of a
 // standard identifier against the top 11 of an extended one, and on a tie
 // the standard frame first.
 uint64_t arbitrationKey(const SentFrame& frame) {
-  if (isExtended(frame.identifier, frame.flags)) return uint64_t(frame.identifier) << 1 | 1;
+  if (sentExtended(frame.identifier, frame.flags)) return uint64_t(frame.identifier) << 1 | 1;
   return uint64_t(frame.identifier) << 19;
 }
 
@@ -206,7 +201,7 @@ int runSimulate(const SimulateOptions& options) {
       std::memcpy(payload, w.data, length);
       if (script) {
         OutgoingFrame outgoing{w.frame->frame, &w.frame->name, w.frame->identifier,
-                               isExtended(w.frame->identifier, w.frame->flags), (w.frame->flags & Q9_FLAG_CANFD_FRAME) != 0,
+                               sentExtended(w.frame->identifier, w.frame->flags), (w.frame->flags & Q9_FLAG_CANFD_FRAME) != 0,
                                microseconds, w.frame->sends, payload, length};
         std::string problem;
         if (!script->beforeSend(outgoing, problem)) {
