@@ -45,11 +45,6 @@ class TimestampRewriter {
   char text_[32];
 };
 
-std::string shownLine(std::string_view line) {
-  constexpr size_t kShown = 80;  // enough of the line to find it
-  return std::string(line.substr(0, kShown)) + (line.size() > kShown ? "..." : "");
-}
-
 char hexDigit(unsigned v) { return "0123456789ABCDEF"[v & 0xF]; }
 
 std::string identifierText(const CanFrame& frame) {
@@ -146,7 +141,7 @@ int runDecode(const DecodeOptions& options) {
       } else if (result.kind == LineKind::Malformed) {
         out.flush();
         problems.report(Problem::MalformedLine, reader.lineNumber(),
-                        std::string(result.problem) + ": " + shownLine(line));
+                        malformedLineText(result.problem, line));
         status = kExitInputError;
       }
       progress.update(reader);

@@ -23,6 +23,15 @@ static_assert(sizeof kKinds / sizeof kKinds[0] == static_cast<size_t>(Problem::C
 
 }  // namespace
 
+std::string malformedLineText(std::string_view problem, std::string_view line) {
+  constexpr size_t kShown = 80;
+  std::string text(problem);
+  text += ": ";
+  text += line.substr(0, kShown);
+  if (line.size() > kShown) text += "...";
+  return text;
+}
+
 void ProblemReports::report(Problem kind, unsigned long long line, std::string_view text, bool say) {
   unsigned long long& count = counts_[static_cast<size_t>(kind)];
   ++count;

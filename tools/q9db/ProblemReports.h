@@ -19,6 +19,10 @@ enum class Problem {
   Count
 };
 
+// What a malformed line gets said with: the problem and enough of the line
+// to find it.
+std::string malformedLineText(std::string_view problem, std::string_view line);
+
 class ProblemReports {
  public:
   // maxShown: reports shown of each kind (0: all); quiet: none, counts only.

@@ -17,19 +17,12 @@
 #include "Io.h"
 #include "LogLine.h"
 #include "Network.h"
+#include "ProblemReports.h"
 #include "Progress.h"
 #include "StatsWriter.h"
 
 namespace q9tool {
 namespace {
-
-void reportLine(const std::string& logName, unsigned long long lineNumber, std::string_view problem,
-                std::string_view line) {
-  constexpr size_t kShown = 80;  // enough of the line to find it
-  std::fprintf(stderr, "q9db: %s:%llu: %.*s: %.*s%s\n", logName.c_str(), lineNumber, static_cast<int>(problem.size()),
-               problem.data(), static_cast<int>(std::min(line.size(), kShown)), line.data(),
-               line.size() > kShown ? "..." : "");
-}
 
 // The described frames no frame of the capture matched, each once however
 // many channels carry it, in the order of their identifiers.
@@ -126,7 +119,8 @@ int runStats(const StatsOptions& options) {
       else result = {LineKind::Malformed, "timestamp has more than six decimals or is too large"};
     }
     if (result.kind == LineKind::Malformed) {
-      reportLine(logName, reader.lineNumber(), result.problem, line);
+      std::fprintf(stderr, "q9db: %s:%llu: %s\n", logName.c_str(), reader.lineNumber(),
+                   malformedLineText(result.problem, line).c_str());
       ++report.malformedLines;
       status = kExitInputError;
       continue;
