@@ -30,7 +30,6 @@ TEST(Database, CreateWithoutIdHasSevenIndexedGroups) {
   Q9Db* db = asDatabase(h);
   auto* collections = static_cast<DatabaseCollections*>(db->reference);
   EXPECT_EQ(db->eid, nullptr);
-  EXPECT_EQ(db->databaseRef, db);
   EXPECT_EQ(childIds(collections), kCollectionOrder);
   // The name index is sorted by code unit: upper case before lower case.
   EXPECT_EQ(childIds(collections->identElements),
