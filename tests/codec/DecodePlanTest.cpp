@@ -153,8 +153,7 @@ TEST_F(DecodePlanTest, AChangeIsSeenByTheNextDecode) {
     n.scale = linear(0.5, 0, 0, 255);
     n.rangeless = compute(n.s, linear(2, 1), 1, 0);
     Q9Db_createSignalInstance(handle, fresh(), 0, 8, -1, signal(u"u", 8), nullptr, &n.looseInstance);
-    Q9DbNode* vPdu = nullptr;
-    Q9Db_createSignalPDU(handle, fresh(), 8, nullptr, &vPdu);
+    Q9DbNode* vPdu = create(Q9Db_createSignalPDU, fresh(), 8, nullptr);
     place(signal(u"v", 4), vPdu, 0);
     Q9Db_createPDUInstance(handle, fresh(), 0, 8, -1, vPdu, nullptr, &n.loosePlacement);
     Q9Db_createFrame(handle, fresh(), 2, &n.otherFrame);
@@ -208,10 +207,10 @@ TEST_F(DecodePlanTest, RebuildingAfterAChangeTakesNothingFromTheHeap) {
 TEST_F(DecodePlanTest, FramesReachingIntoAnotherDatabase) {
   Q9DbNode* other = nullptr;
   ASSERT_EQ(Q9Db_create(u"other", &other), S_OK);
-  Q9DbNode *coding = nullptr, *s = nullptr, *instance = nullptr, *scale = nullptr;
+  Q9DbNode *coding = nullptr, *s = nullptr, *scale = nullptr;
   Q9Db_createCoding(other, u"c", 8, Q9_ENCODING_DIRECT, nullptr, &coding);
   Q9Db_createSignal(other, u"remote", 0, 0, 0, 0, coding, &s);
-  Q9Db_createSignalInstance(handle, u"i", 0, 0, -1, s, signalPdu(frame(u"F", 1, 1)), &instance);
+  place(s, signalPdu(frame(u"F", 1, 1)), 0);
   EXPECT_EQ(decoded(1, 0, {7}), " remote=7/0x7");
   Q9Db_createLinearComputation(other, nullptr, 2, 0, &scale);
   Q9Db_addRange(scale, 0, 255, 3);

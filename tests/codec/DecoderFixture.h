@@ -71,10 +71,8 @@ class DecoderTest : public StoreTest {
 
   // A frame, carried on the channel by a triggering of the frame's name.
   Q9DbNode* frame(const char16_t* name, int32_t length, uint32_t identifier, uint32_t flags = 0) {
-    Q9DbNode *f = nullptr, *t = nullptr;
-    EXPECT_EQ(Q9Db_createFrame(handle, name, length, &f), S_OK);
-    EXPECT_EQ(Q9Db_createIdentifierBasedTriggering(handle, nullptr, identifier, flags, f, nullptr, channel, &t),
-              S_OK);
+    Q9DbNode* f = create(Q9Db_createFrame, name, length);
+    create(Q9Db_createIdentifierBasedTriggering, nullptr, identifier, flags, f, nullptr, channel);
     return f;
   }
   // Places pdu in a frame or on the channel at bitpos, or makes it a part's.
@@ -82,28 +80,22 @@ class DecoderTest : public StoreTest {
     if (Q9Db_getNodeType(carrier) == Q9_NODETYPE_MultiplexedPart) {
       EXPECT_EQ(Q9Db_setReference(carrier, pdu), S_OK);
     } else {
-      Q9DbNode* instance = nullptr;
-      EXPECT_EQ(Q9Db_createPDUInstance(handle, fresh(), 0, bitpos, -1, pdu, carrier, &instance), S_OK);
+      create(Q9Db_createPDUInstance, fresh(), 0, bitpos, -1, pdu, carrier);
     }
     return pdu;
   }
   Q9DbNode* signalPdu(Q9DbNode* carrier, int32_t bitpos = 0) {
-    Q9DbNode* pdu = nullptr;
-    EXPECT_EQ(Q9Db_createSignalPDU(handle, fresh(), 64, nullptr, &pdu), S_OK);
-    return carry(pdu, carrier, bitpos);
+    return carry(create(Q9Db_createSignalPDU, fresh(), 64, nullptr), carrier, bitpos);
   }
   Q9DbNode* muxPdu(Q9DbNode* carrier, int32_t switchPosition, int32_t switchLength, int32_t bitpos = 0,
                    int32_t switchByteOrder = Q9_BYTEORDER_LITTLEENDIAN) {
-    Q9DbNode* pdu = nullptr;
-    EXPECT_EQ(Q9Db_createMultiplexedPDU(handle, fresh(), 64, switchByteOrder, switchPosition, switchLength, 0,
-                                        nullptr, &pdu),
-              S_OK);
-    return carry(pdu, carrier, bitpos);
+    return carry(create(Q9Db_createMultiplexedPDU, fresh(), 64, switchByteOrder, switchPosition, switchLength, 0,
+                        nullptr),
+                 carrier, bitpos);
   }
   // A dynamic part of this code, or the static or else part.
   Q9DbNode* part(Q9DbNode* mux, uint32_t code, std::vector<SegmentSpec> segments = {}) {
-    Q9DbNode* p = nullptr;
-    EXPECT_EQ(Q9Db_createMultiplexedPart(handle, fresh(), code, mux, &p), S_OK);
+    Q9DbNode* p = create(Q9Db_createMultiplexedPart, fresh(), code, mux);
     if (code == kStatic) EXPECT_EQ(Q9Db_setStaticPart(mux, p), S_OK);
     else if (code == kElse) EXPECT_EQ(Q9Db_setElsePart(mux, p), S_OK);
     else EXPECT_EQ(Q9Db_addDynamicParts(mux, 1, &p), S_OK);
@@ -111,20 +103,14 @@ class DecoderTest : public StoreTest {
     return p;
   }
   Q9DbNode* signal(const char16_t* name, int32_t bitlen, uint32_t encoding = Q9_ENCODING_DIRECT) {
-    Q9DbNode *coding = nullptr, *s = nullptr;
-    EXPECT_EQ(Q9Db_createCoding(handle, fresh(), bitlen, encoding, nullptr, &coding), S_OK);
-    EXPECT_EQ(Q9Db_createSignal(handle, name, 0, 0, 0, 0, coding, &s), S_OK);
-    return s;
+    return create(Q9Db_createSignal, name, 0, 0, 0, 0, create(Q9Db_createCoding, fresh(), bitlen, encoding, nullptr));
   }
   Q9DbNode* place(Q9DbNode* signal, Q9DbNode* pdu, int32_t bitpos, int32_t byteOrder = Q9_BYTEORDER_LITTLEENDIAN) {
-    Q9DbNode* instance = nullptr;
-    EXPECT_EQ(Q9Db_createSignalInstance(handle, fresh(), byteOrder, bitpos, -1, signal, pdu, &instance), S_OK);
-    return instance;
+    return create(Q9Db_createSignalInstance, fresh(), byteOrder, bitpos, -1, signal, pdu);
   }
   // A linear computation with one range, or none when lower > upper.
   Q9DbNode* linear(double scale, double offset, double lower = 1, double upper = 0, uint32_t flags = 3) {
-    Q9DbNode* c = nullptr;
-    EXPECT_EQ(Q9Db_createLinearComputation(handle, nullptr, scale, offset, &c), S_OK);
+    Q9DbNode* c = create(Q9Db_createLinearComputation, nullptr, scale, offset);
     if (lower <= upper) {
       EXPECT_EQ(Q9Db_addRange(c, lower, upper, flags), S_OK);
     }
@@ -151,9 +137,7 @@ class DecoderTest : public StoreTest {
   Q9DbNode* text(const char* t) {
     Q9DbStringSlot* slot = nullptr;
     Q9Db_stringCreateSlotA(handle, 0, t, &slot);
-    Q9DbNode* c = nullptr;
-    Q9Db_createMappedTextComputation(handle, nullptr, slot, &c);
-    return c;
+    return create(Q9Db_createMappedTextComputation, nullptr, slot);
   }
 
   // Frames of many lengths with fields of every length, byte order and
@@ -191,19 +175,8 @@ class DecoderTest : public StoreTest {
             compute(s, text("overlapping"), 2, 5, uint32_t(next(4)));
             break;
           case 3: compute(s, linear(2, 0), 1, 0); break;  // no range: never applies
-          case 4: {
-            Q9DbNode* c = nullptr;
-            Q9Db_createMappedValueComputation(handle, nullptr, 42, &c);
-            compute(s, c, 0, 10);
-            break;
-          }
-          case 5: {
-            Q9DbNode* c = nullptr;
-            Q9Db_createIdentityComputation(handle, nullptr, &c);
-            compute(s, c, 10, 20, 0);
-            Q9Db_addRange(c, 0, 5, 1);
-            break;
-          }
+          case 4: compute(s, create(Q9Db_createMappedValueComputation, nullptr, 42), 0, 10); break;
+          case 5: Q9Db_addRange(compute(s, create(Q9Db_createIdentityComputation, nullptr), 10, 20, 0), 0, 5, 1); break;
           default: break;
         }
       }
@@ -220,8 +193,7 @@ class DecoderTest : public StoreTest {
       // Also under a mask, so that the identifier's top bits, which a switch
       // may read, vary.
       Q9DbNode* f = frame(fresh(), frameLength, 0x100 + m);
-      Q9DbNode* masked = nullptr;
-      Q9Db_createMaskedIdentifierTriggering(handle, nullptr, 0xFF, m, 0, f, nullptr, channel, &masked);
+      create(Q9Db_createMaskedIdentifierTriggering, nullptr, 0xFF, m, 0, f, nullptr, channel);
       Q9DbNode* mux = muxPdu(f, switchPosition, switchLength, int32_t(next(2) * 8), next(2) ? BE : Q9_BYTEORDER_LITTLEENDIAN);
       for (uint32_t code : {kStaticCode, 0u, 1u, 2u, kElseCode}) {
         if (!next(4)) continue;

@@ -1,3 +1,6 @@
+// Raw values to physical ones and back: every encoding, linear, mapped and
+// text computations selected by their ranges, the min-max check and the
+// text form of a value.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -106,8 +109,7 @@ TEST_F(ValuesTest, EncodingsAndLinearComputationsGiveTypedValues) {
 }
 
 TEST_F(ValuesTest, SignalWithoutCodingGivesTheRawValue) {
-  Q9DbNode* s = nullptr;
-  ASSERT_EQ(Q9Db_createSignal(handle, u"bare", 0, 0, 0, 0, nullptr, &s), S_OK);
+  Q9DbNode* s = create(Q9Db_createSignal, u"bare", 0, 0, 0, 0, nullptr);
   Q9DbPhysicalValue v = decode(s, 0xDEADBEEFull, S_OK);
   EXPECT_EQ(v.valueType, Q9_VALUETYPE_UINT64);
   EXPECT_EQ(v.value.u, 0xDEADBEEFull);
@@ -142,8 +144,7 @@ TEST_F(ValuesTest, RangesSelectComputations) {
 TEST_F(ValuesTest, CascadeSeesEarlierResults) {
   Q9DbStringSlot* ten = nullptr;
   ASSERT_EQ(Q9Db_stringCreateSlot(handle, 9, u"ten", &ten), S_OK);
-  Q9DbNode* text = nullptr;
-  ASSERT_EQ(Q9Db_createMappedTextComputation(handle, nullptr, ten, &text), S_OK);
+  Q9DbNode* text = create(Q9Db_createMappedTextComputation, nullptr, ten);
   Q9Db_addRange(text, 10, 10, 3);
   Q9DbNode* doubling = linear(2, 0, 0, 100, 0);
   Q9DbNode* s = signal(8, Q9_ENCODING_DIRECT, {doubling, text});
@@ -156,8 +157,7 @@ TEST_F(ValuesTest, CascadeSeesEarlierResults) {
   EXPECT_EQ(v.computation, doubling);
   EXPECT_EQ(v.text, nullptr);
   // Mapped values replace the value with a double.
-  Q9DbNode* mapped = nullptr;
-  Q9Db_createMappedValueComputation(handle, nullptr, 42.5, &mapped);
+  Q9DbNode* mapped = create(Q9Db_createMappedValueComputation, nullptr, 42.5);
   Q9Db_addRange(mapped, 0, 255, 3);
   v = decode(signal(8, Q9_ENCODING_DIRECT, {mapped}), 200, S_OK);
   EXPECT_EQ(v.value.d, 42.5);
@@ -208,8 +208,7 @@ TEST_F(ValuesTest, PhysicalToInternalConversions) {
   const Q9DbPhysicalValue t = doubleValue(25.3);
   EXPECT_EQ(Q9Db_physicalToInternal(signal(12, Q9_ENCODING_DIRECT), toRaw, &t, &raw), S_OK);
   EXPECT_EQ(raw, 653u);
-  Q9DbNode* text = nullptr;
-  Q9Db_createMappedTextComputation(handle, nullptr, nullptr, &text);
+  Q9DbNode* text = create(Q9Db_createMappedTextComputation, nullptr, nullptr);
   raw = 77;
   EXPECT_EQ(Q9Db_physicalToInternal(signal(8, Q9_ENCODING_DIRECT), text, &t, &raw), S_FALSE);
   EXPECT_EQ(raw, 77u);

@@ -161,12 +161,8 @@ TEST_F(WholeFrameDecodingTest, ScalingsAtTheEdgesOfTheDenseForm) {
   for (const Row& row : rows) {
     Q9DbNode* s = field(fresh(), signalPdu(frame(fresh(), 8, identifier++)), 0, row.bits, Q9_BYTEORDER_LITTLEENDIAN,
                         row.encoding);
-    Q9DbNode* c = nullptr;
-    if (row.scale == 0)
-      Q9Db_createIdentityComputation(handle, nullptr, &c);
-    else
-      c = linear(row.scale, row.offset);
-    compute(s, c, row.lower, row.upper);
+    compute(s, row.scale == 0 ? create(Q9Db_createIdentityComputation, nullptr) : linear(row.scale, row.offset),
+            row.lower, row.upper);
   }
   RandomChoice next(3);
   Bytes payload(8);
@@ -226,84 +222,58 @@ TEST_F(WholeFrameDecodingTest, CutAndInvalidCalls) {
   field(u"b", pdu, 8, 8);
   frame(u"Empty", 0, 0x11);
   const uint8_t payload[2] = {1, 2};
-  const Q9DbMessage one{0x10, 0, 2, payload};
-  const Q9DbMessage two[] = {one, one};
-  const Q9DbMessage nullPayload{0x10, 0, 2, nullptr};
+  const Q9DbMessage one{0x10, 0, 2, payload}, unknown{0x99, 0, 2, payload}, cut{0x10, 0, 1, payload},
+      empty{0x11, 0, 0, nullptr}, nullPayload{0x10, 0, 2, nullptr};
+  const Q9DbMessage two[] = {one, one}, mixed[] = {one, nullPayload};
   Q9DbSignalRecord records[4];
-  constexpr uint32_t kUntouched = 99;
-  struct Row {
+  constexpr uint32_t U = 99;  // untouched
+  // Single rows go to Q9Db_decodeFrame with their one message, batch rows
+  // to Q9Db_decodeFrames.
+  const struct {
     const char* what;
-    std::function<HRESULT(uint32_t*, uint32_t*)> call;  // (count, decoded)
+    bool batch;
+    Q9DbNode* target;
+    const Q9DbMessage* messages;
+    uint32_t messageCount;
+    Q9DbSignalRecord* room;
+    uint32_t capacity;
     HRESULT expected;
-    uint32_t count;
-    uint32_t decoded;
+    uint32_t count, decoded;
+  } rows[] = {
+      {"all records", false, channel, &one, 1, records, 4, S_OK, 2, U},
+      {"one record of two", false, channel, &one, 1, records, 1, S_FALSE, 1, U},
+      {"no room", false, channel, &one, 1, nullptr, 0, S_FALSE, 0, U},
+      {"no room, no record due", false, channel, &unknown, 1, nullptr, 0, S_OK, 0, U},
+      {"no triggering takes it", false, channel, &cut, 1, records, 4, S_OK, 0, U},
+      {"no payload, no length", false, channel, &empty, 1, records, 4, S_OK, 0, U},
+      {"no payload with a length", false, channel, &nullPayload, 1, records, 4, E_INVALIDARG, U, U},
+      {"no records with a capacity", false, channel, &one, 1, nullptr, 4, E_INVALIDARG, U, U},
+      {"a frame for the channel", false, f, &one, 1, records, 4, E_INVALIDARG, U, U},
+      {"no channel", false, nullptr, &one, 1, records, 4, E_INVALIDARG, U, U},
+      {"batch: all", true, channel, two, 2, records, 4, S_OK, 4, 2},
+      {"batch: the first message only", true, channel, two, 2, records, 3, S_FALSE, 2, 1},
+      {"batch: none fits", true, channel, two, 2, records, 1, E_INVALIDARG, 0, 0},
+      {"batch: empty", true, channel, nullptr, 0, nullptr, 0, S_OK, 0, 0},
+      {"batch: no messages with a count", true, channel, nullptr, 2, records, 4, E_INVALIDARG, U, U},
+      {"batch: a message without its payload", true, channel, mixed, 2, records, 4, E_INVALIDARG, 0, 0},
+      {"batch: a frame for the channel", true, f, two, 2, records, 4, E_INVALIDARG, U, U},
   };
-  const Row rows[] = {
-      {"all records",
-       [&](uint32_t* n, uint32_t*) { return Q9Db_decodeFrame(channel, 0x10, 0, 2, payload, records, 4, n); }, S_OK, 2,
-       kUntouched},
-      {"one record of two",
-       [&](uint32_t* n, uint32_t*) { return Q9Db_decodeFrame(channel, 0x10, 0, 2, payload, records, 1, n); }, S_FALSE,
-       1, kUntouched},
-      {"no room", [&](uint32_t* n, uint32_t*) { return Q9Db_decodeFrame(channel, 0x10, 0, 2, payload, nullptr, 0, n); },
-       S_FALSE, 0, kUntouched},
-      {"no room, no record due",
-       [&](uint32_t* n, uint32_t*) { return Q9Db_decodeFrame(channel, 0x99, 0, 2, payload, nullptr, 0, n); }, S_OK, 0,
-       kUntouched},
-      {"no triggering takes it",
-       [&](uint32_t* n, uint32_t*) { return Q9Db_decodeFrame(channel, 0x10, 0, 1, payload, records, 4, n); }, S_OK, 0,
-       kUntouched},
-      {"no payload, no length",
-       [&](uint32_t* n, uint32_t*) { return Q9Db_decodeFrame(channel, 0x11, 0, 0, nullptr, records, 4, n); }, S_OK, 0,
-       kUntouched},
-      {"no payload with a length",
-       [&](uint32_t* n, uint32_t*) { return Q9Db_decodeFrame(channel, 0x10, 0, 2, nullptr, records, 4, n); },
-       E_INVALIDARG, kUntouched, kUntouched},
-      {"no records with a capacity",
-       [&](uint32_t* n, uint32_t*) { return Q9Db_decodeFrame(channel, 0x10, 0, 2, payload, nullptr, 4, n); },
-       E_INVALIDARG, kUntouched, kUntouched},
-      {"no count",
-       [&](uint32_t*, uint32_t*) { return Q9Db_decodeFrame(channel, 0x10, 0, 2, payload, records, 4, nullptr); },
-       E_INVALIDARG, kUntouched, kUntouched},
-      {"a frame for the channel",
-       [&](uint32_t* n, uint32_t*) { return Q9Db_decodeFrame(f, 0x10, 0, 2, payload, records, 4, n); }, E_INVALIDARG,
-       kUntouched, kUntouched},
-      {"no channel",
-       [&](uint32_t* n, uint32_t*) { return Q9Db_decodeFrame(nullptr, 0x10, 0, 2, payload, records, 4, n); },
-       E_INVALIDARG, kUntouched, kUntouched},
-      {"batch: all", [&](uint32_t* n, uint32_t* d) { return Q9Db_decodeFrames(channel, two, 2, records, 4, d, n); },
-       S_OK, 4, 2},
-      {"batch: the first message only",
-       [&](uint32_t* n, uint32_t* d) { return Q9Db_decodeFrames(channel, two, 2, records, 3, d, n); }, S_FALSE, 2, 1},
-      {"batch: none fits",
-       [&](uint32_t* n, uint32_t* d) { return Q9Db_decodeFrames(channel, two, 2, records, 1, d, n); }, E_INVALIDARG, 0,
-       0},
-      {"batch: empty",
-       [&](uint32_t* n, uint32_t* d) { return Q9Db_decodeFrames(channel, nullptr, 0, nullptr, 0, d, n); }, S_OK, 0, 0},
-      {"batch: no messages with a count",
-       [&](uint32_t* n, uint32_t* d) { return Q9Db_decodeFrames(channel, nullptr, 2, records, 4, d, n); }, E_INVALIDARG,
-       kUntouched, kUntouched},
-      {"batch: a message without its payload",
-       [&](uint32_t* n, uint32_t* d) {
-         const Q9DbMessage mixed[] = {one, nullPayload};
-         return Q9Db_decodeFrames(channel, mixed, 2, records, 4, d, n);
-       },
-       E_INVALIDARG, 0, 0},
-      {"batch: no decoded",
-       [&](uint32_t* n, uint32_t*) { return Q9Db_decodeFrames(channel, two, 2, records, 4, nullptr, n); }, E_INVALIDARG,
-       kUntouched, kUntouched},
-      {"batch: a frame for the channel",
-       [&](uint32_t* n, uint32_t* d) { return Q9Db_decodeFrames(f, two, 2, records, 4, d, n); }, E_INVALIDARG,
-       kUntouched, kUntouched},
-  };
-  for (const Row& r : rows) {
-    uint32_t count = kUntouched, decoded = kUntouched;
-    EXPECT_EQ(r.call(&count, &decoded), r.expected) << r.what;
-    EXPECT_EQ(count, r.count) << r.what;
-    EXPECT_EQ(decoded, r.decoded) << r.what;
+  for (const auto& r : rows) {
+    SCOPED_TRACE(r.what);
+    uint32_t count = U, decoded = U;
+    const Q9DbMessage m = r.batch ? Q9DbMessage{} : *r.messages;
+    EXPECT_EQ(r.batch ? Q9Db_decodeFrames(r.target, r.messages, r.messageCount, r.room, r.capacity, &decoded, &count)
+                      : Q9Db_decodeFrame(r.target, m.identifier, m.flags, m.length, m.payload, r.room, r.capacity,
+                                         &count),
+              r.expected);
+    EXPECT_EQ(count, r.count);
+    EXPECT_EQ(decoded, r.decoded);
   }
+  uint32_t count = U;
+  EXPECT_EQ(Q9Db_decodeFrame(channel, 0x10, 0, 2, payload, records, 4, nullptr), E_INVALIDARG) << "no count";
+  EXPECT_EQ(Q9Db_decodeFrames(channel, two, 2, records, 4, nullptr, &count), E_INVALIDARG) << "no decoded";
+  EXPECT_EQ(count, U);
   // A cut message keeps the records it has, in the walk's order.
-  uint32_t count = 0;
   ASSERT_EQ(Q9Db_decodeFrame(channel, 0x10, 0, 2, payload, records, 1, &count), S_FALSE);
   EXPECT_EQ(records[0].raw, 1u);
   EXPECT_EQ(records[0].message, 0u);

@@ -28,29 +28,21 @@ class BusTest : public DecoderTest {
   // PDUs as the factories link them: a part's PDU lists the part among its
   // parents, so that changes climb from the PDU into the multiplexed one.
   Q9DbNode* signalPdu(Q9DbNode* carrier, int32_t bitpos = 0, int32_t bitlen = 64) {
-    Q9DbNode* pdu = nullptr;
-    EXPECT_EQ(Q9Db_createSignalPDU(handle, fresh(), bitlen, partOrNull(carrier), &pdu), S_OK);
-    return instanceIn(pdu, carrier, bitpos);
+    return instanceIn(create(Q9Db_createSignalPDU, fresh(), bitlen, partOrNull(carrier)), carrier, bitpos);
   }
   Q9DbNode* muxPdu(Q9DbNode* carrier, int32_t switchPosition, int32_t switchLength, int32_t bitpos = 0,
                    int32_t switchByteOrder = Q9_BYTEORDER_LITTLEENDIAN, int32_t bitlen = 64) {
-    Q9DbNode* pdu = nullptr;
-    EXPECT_EQ(Q9Db_createMultiplexedPDU(handle, fresh(), bitlen, switchByteOrder, switchPosition, switchLength, 0,
-                                        partOrNull(carrier), &pdu),
-              S_OK);
-    return instanceIn(pdu, carrier, bitpos);
+    return instanceIn(create(Q9Db_createMultiplexedPDU, fresh(), bitlen, switchByteOrder, switchPosition,
+                             switchLength, 0, partOrNull(carrier)),
+                      carrier, bitpos);
   }
 
   // A PDU triggering of pdu on the channel, with its timings in the order given.
   Q9DbNode* timed(Q9DbNode* pdu, std::vector<Timing> timings) {
-    Q9DbNode *triggering = nullptr, *timing = nullptr;
-    EXPECT_EQ(Q9Db_createPDUTriggering(handle, fresh(), pdu, channel, &triggering), S_OK);
-    for (const Timing& t : timings) {
-      if (t.debounce >= 0)
-        EXPECT_EQ(Q9Db_createEventControlledTiming(handle, t.debounce, triggering, &timing), S_OK);
-      else
-        EXPECT_EQ(Q9Db_createCyclicTiming(handle, t.cycle, triggering, &timing), S_OK);
-    }
+    Q9DbNode* triggering = create(Q9Db_createPDUTriggering, fresh(), pdu, channel);
+    for (const Timing& t : timings)
+      t.debounce >= 0 ? create(Q9Db_createEventControlledTiming, t.debounce, triggering)
+                      : create(Q9Db_createCyclicTiming, t.cycle, triggering);
     return triggering;
   }
 
@@ -61,10 +53,7 @@ class BusTest : public DecoderTest {
     return Q9Db_getNodeType(carrier) == Q9_NODETYPE_MultiplexedPart ? carrier : nullptr;
   }
   Q9DbNode* instanceIn(Q9DbNode* pdu, Q9DbNode* carrier, int32_t bitpos) {
-    Q9DbNode* instance = nullptr;
-    if (!partOrNull(carrier)) {
-      EXPECT_EQ(Q9Db_createPDUInstance(handle, fresh(), 0, bitpos, -1, pdu, carrier, &instance), S_OK);
-    }
+    if (!partOrNull(carrier)) create(Q9Db_createPDUInstance, fresh(), 0, bitpos, -1, pdu, carrier);
     return pdu;
   }
 };

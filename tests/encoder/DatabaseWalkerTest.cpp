@@ -1,3 +1,6 @@
+// The database walker: frames, PDUs and signals counted and found under a
+// scope, the timing check over a PDU triggering's timings, the climb from a
+// signal to its triggerings, and graphs that lead back into themselves.
 #include <gtest/gtest.h>
 
 #include "BusFixture.h"
@@ -20,12 +23,11 @@ class WalkerTest : public BusTest {
     field(u"b", signalPdu(part(mux, 1)), 0, 8);
     field(u"c", signalPdu(part(mux, 2)), 0, 8);
     field(u"e", signalPdu(part(mux, kElse)), 0, 8);
-    Q9DbNode *masked = nullptr, *t = nullptr;
-    Q9Db_createFrame(handle, u"Masked", 8, &masked);
-    Q9Db_createMaskedIdentifierTriggering(handle, nullptr, 0x7F0, 0x300, 0, masked, nullptr, channel, &t);
+    Q9DbNode* masked = create(Q9Db_createFrame, u"Masked", 8);
+    create(Q9Db_createMaskedIdentifierTriggering, nullptr, 0x7F0, 0x300, 0, masked, nullptr, channel);
     signalPdu(masked);
     twice = frame(u"Twice", 8, 0x30);
-    Q9Db_createIdentifierBasedTriggering(handle, nullptr, 0x31, 0, twice, nullptr, channel, &t);
+    create(Q9Db_createIdentifierBasedTriggering, nullptr, 0x31, 0, twice, nullptr, channel);
   }
 
   std::string pdusWithDepth(Q9DbNode* scope) {

@@ -45,15 +45,12 @@ class EncoderTest : public BusTest {
   // read back through the inverse scale.
   Q9DbNode* defaulted(const char16_t* name, Q9DbNode* pdu, int32_t bitpos, int32_t bitlen, double physical,
                       double scale, int32_t updateBit, int32_t byteOrder = Q9_BYTEORDER_LITTLEENDIAN) {
-    Q9DbNode *coding = nullptr, *s = nullptr, *encode = nullptr, *decode = nullptr, *instance = nullptr;
-    EXPECT_EQ(Q9Db_createCoding(handle, fresh(), bitlen, Q9_ENCODING_DIRECT, nullptr, &coding), S_OK);
-    EXPECT_EQ(Q9Db_createLinearComputation(handle, fresh(), scale, 0, &encode), S_OK);
-    EXPECT_EQ(Q9Db_createLinearComputation(handle, fresh(), 1 / scale, 0, &decode), S_OK);
-    Q9Db_addRange(decode, 0, 65535, Q9_FLAG_LOWERLIMIT_CLOSED | Q9_FLAG_UPPERLIMIT_CLOSED);
+    Q9DbNode* coding = create(Q9Db_createCoding, fresh(), bitlen, Q9_ENCODING_DIRECT, nullptr);
+    Q9DbNode *encode = linear(scale, 0), *decode = linear(1 / scale, 0, 0, 65535);
     EXPECT_EQ(Q9Db_addPhysicalToInternalComputations(coding, 1, &encode), S_OK);
     EXPECT_EQ(Q9Db_addInternalToPhysicalComputations(coding, 1, &decode), S_OK);
-    EXPECT_EQ(Q9Db_createSignal(handle, name, 0, physical, 0, 1000, coding, &s), S_OK);
-    EXPECT_EQ(Q9Db_createSignalInstance(handle, fresh(), byteOrder, bitpos, updateBit, s, pdu, &instance), S_OK);
+    Q9DbNode* s = create(Q9Db_createSignal, name, 0, physical, 0, 1000, coding);
+    create(Q9Db_createSignalInstance, fresh(), byteOrder, bitpos, updateBit, s, pdu);
     return s;
   }
 

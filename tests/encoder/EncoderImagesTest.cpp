@@ -42,8 +42,8 @@ TEST_F(EncoderImagesTest, ChangesNeedAnInsertedPduAndAWritableSignal) {
   Q9DbNode* f = frame(u"F", 8, 0x10);
   Q9DbNode* pdu = signalPdu(f);
   Q9DbNode* s = field(u"s", pdu, 0, 16);
-  Q9DbNode *uncoded = nullptr, *loose = signal(u"loose", 8), *text = field(u"text", pdu, 0, 72, 0, Q9_ENCODING_ASCII);
-  Q9Db_createSignal(handle, u"uncoded", 0, 0, 0, 0, nullptr, &uncoded);
+  Q9DbNode *loose = signal(u"loose", 8), *text = field(u"text", pdu, 0, 72, 0, Q9_ENCODING_ASCII);
+  Q9DbNode* uncoded = create(Q9Db_createSignal, u"uncoded", 0, 0, 0, 0, nullptr);
   place(uncoded, pdu, 0);
   open(channel);
   const Bytes before = image(pdu);
@@ -75,10 +75,8 @@ TEST_F(EncoderImagesTest, ChangesNeedAnInsertedPduAndAWritableSignal) {
 }
 
 TEST_F(EncoderImagesTest, EveryNodeOfAFrameInsertsTheFrame) {
-  Q9DbNode *ecu = nullptr, *f = nullptr, *triggering = nullptr;
-  Q9Db_createECU(handle, u"ecu", &ecu);
-  Q9Db_createFrame(handle, u"F", 8, &f);
-  Q9Db_createIdentifierBasedTriggering(handle, nullptr, 0x10, 0, f, ecu, channel, &triggering);
+  Q9DbNode *ecu = create(Q9Db_createECU, u"ecu"), *f = create(Q9Db_createFrame, u"F", 8);
+  Q9DbNode* triggering = create(Q9Db_createIdentifierBasedTriggering, nullptr, 0x10, 0, f, ecu, channel);
   Q9DbNode* pdu = signalPdu(f);
   Q9DbNode* s = field(u"s", pdu, 0, 8);
   Q9DbNode* instance = node(listed(s, Q9Db_enumSignalInstances)[0]);

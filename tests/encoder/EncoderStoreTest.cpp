@@ -1,3 +1,5 @@
+// The encoder's record store: records found by node and counted by level,
+// the changed list newest first, and active counts that saturate.
 #include <gtest/gtest.h>
 
 #include <string>

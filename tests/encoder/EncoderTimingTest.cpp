@@ -131,8 +131,7 @@ TEST_F(EncoderTimingTest, APduCarriedOnItsOwnLevelGoesAlongWhenItComesLaterInThe
   Q9DbNode* f1 = frame(u"F1", 8, 0x10);
   Q9DbNode* f2 = frame(u"F2", 8, 0x20);
   Q9DbNode* p = signalPdu(part(muxPdu(f2, 0, 4), 1, {{8, 8}}), 0, 8);
-  Q9DbNode* instance = nullptr;
-  ASSERT_EQ(Q9Db_createPDUInstance(handle, fresh(), 0, 0, -1, p, f1, &instance), S_OK);
+  create(Q9Db_createPDUInstance, fresh(), 0, 0, -1, p, f1);
   value = field(u"v", p, 0, 8);
   for (const auto& r : rows) {
     ASSERT_EQ(Q9Db_DestroyEncoder(encoder), S_OK);

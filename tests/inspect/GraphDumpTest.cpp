@@ -1,3 +1,6 @@
+// The graph dump: the exact file of an empty database, the labels, fills
+// and edges of a network's nodes, long and escaped texts that Graphviz
+// renders, deep nesting, and what the dump refuses.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -95,25 +98,21 @@ class GraphDumpTest : public StoreTest {
     ok(Q9Db_createSignalInstance(handle, nullptr, 1, 23, -1, temp, pdu, &firstInstance));
     ok(Q9Db_createSignalInstance(handle, u"copy", 0, 40, 63, temp, pdu, &secondInstance));
 
-    Q9DbNode *muxPlacement = nullptr, *part = nullptr, *partPdu = nullptr;
-    ok(Q9Db_createPDUInstance(handle, nullptr, 0, 0, -1, nullptr, frame, &muxPlacement));
+    Q9DbNode* muxPlacement = create(Q9Db_createPDUInstance, nullptr, 0, 0, -1, nullptr, frame);
     ok(Q9Db_createMultiplexedPDU(handle, u"DiagMux", 64, 1, 7, 8, 0, muxPlacement, &mux));
     ok(Q9Db_createMultiplexedPart(handle, nullptr, 0, mux, &staticPart));
     ok(Q9Db_setStaticPart(mux, staticPart));
-    ok(Q9Db_createMultiplexedPart(handle, nullptr, 1, mux, &part));
+    Q9DbNode* part = create(Q9Db_createMultiplexedPart, nullptr, 1, mux);
     ok(Q9Db_addDynamicParts(mux, 1, &part));
     ok(Q9Db_addSegment(part, 0, 16, 48));
-    ok(Q9Db_createSignalPDU(handle, u"Diag{1}", 48, part, &partPdu));
+    create(Q9Db_createSignalPDU, u"Diag{1}", 48, part);
 
-    Q9DbNode *pduTriggering = nullptr, *slot = nullptr, *views = nullptr;
-    ok(Q9Db_createPDUTriggering(handle, nullptr, pdu, channel, &pduTriggering));
-    ok(Q9Db_createCyclicTiming(handle, 100, pduTriggering, &timing));
+    ok(Q9Db_createCyclicTiming(handle, 100, create(Q9Db_createPDUTriggering, nullptr, pdu, channel), &timing));
 
     ok(Q9Db_createFrame(handle, u"Slot\"7\"\\", 16, &schedule));
-    ok(Q9Db_createAbsolutelyScheduledTriggering(handle, nullptr, 7, 0, 4, 0, schedule, engine, channel, &slot));
+    create(Q9Db_createAbsolutelyScheduledTriggering, nullptr, 7, 0, 4, 0, schedule, engine, channel);
 
-    ok(Q9Db_findByElementId(handle, u"@views", &views));
-    ok(Q9Db_createElementGroup(handle, u"ECUView", views, engine, &view));
+    ok(Q9Db_createElementGroup(handle, u"ECUView", node(collections()->views), engine, &view));
 
     ok(Q9Db_setShortName(temp, u"T|emp"));
     ok(Q9Db_setParam(temp, 3));

@@ -1,3 +1,5 @@
+// The attribute accessors: which classes each takes, which field each reads
+// and writes, and how names, texts, links and units are found.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -259,9 +261,7 @@ TEST_F(StoreTest, LinkSettersCheckTheirValues) {
   EXPECT_EQ(Q9Db_setParent(node(frame), node(ecu)), E_INVALIDARG);
   EXPECT_EQ(frame->length, 8);
   EXPECT_EQ(Q9Db_setParent(node(channel), nullptr), E_INVALIDARG);
-  unsigned char timing[16] = {};
-  writeTag(timing, CyclicTiming::kNodeType);
-  EXPECT_EQ(Q9Db_setParent(node(channel), node(timing)), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_setParent(node(channel), Tagged(CyclicTiming::kNodeType).node()), E_INVALIDARG);
   EXPECT_EQ(Q9Db_setReference(node(ecu), node(frame)), S_OK);
 }
 
@@ -275,24 +275,16 @@ TEST_F(StoreTest, UnitsThroughCodings) {
   for (void* n : Nodes{signal, coding, unit}) EXPECT_EQ(valueOf(Q9Db_getUnit, n), node(unit));
 }
 
-}  // namespace
-}  // namespace q9::test
-
-namespace q9::test {
-
 // The database's reference is its collections node; neither a setter nor a
 // factory that links a PDU to its "parent" may rewrite it.
 TEST_F(StoreTest, DatabaseKeepsItsCollectionsLink) {
-  Q9DbNode *frame = nullptr, *pdu = nullptr, *collections = nullptr;
-  ASSERT_EQ(Q9Db_getDatabaseCollections(handle, &collections), S_OK);
-  ASSERT_EQ(Q9Db_createFrame(handle, u"f", 8, &frame), S_OK);
+  Q9DbNode* frame = create(Q9Db_createFrame, u"f", 8);
+  Q9DbNode* pdu = nullptr;
   EXPECT_EQ(Q9Db_setReference(handle, frame), E_INVALIDARG);
   EXPECT_EQ(Q9Db_createSignalPDU(handle, u"p", 64, handle, &pdu), E_INVALIDARG);
-  Q9DbNode* after = nullptr;
-  ASSERT_EQ(Q9Db_getDatabaseCollections(handle, &after), S_OK);
-  EXPECT_EQ(after, collections);
-  Q9DbNode* found = nullptr;
-  EXPECT_EQ(Q9Db_findByElementId(handle, u"p", &found), S_OK);
+  EXPECT_EQ(valueOf(Q9Db_getDatabaseCollections, handle), node(collections()));
+  EXPECT_EQ(Q9Db_findByElementId(handle, u"p", &pdu), S_OK) << "the PDU was made all the same";
 }
 
+}  // namespace
 }  // namespace q9::test

@@ -1,3 +1,5 @@
+// The table of functions that Q9Db_GetCInterface hands out: its versions,
+// and each row against the shared library's export of its name.
 #include <gtest/gtest.h>
 #include <dlfcn.h>
 #include <unistd.h>

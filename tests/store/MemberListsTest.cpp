@@ -1,3 +1,5 @@
+// The list operations: the order in which they test their arguments, sorted
+// and arrival-order lists, the back-references they set, and records.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -12,11 +14,7 @@ using ListOperation = HRESULT (*)(Q9DbNode*, uint64_t, Q9DbNode* const*);
 
 class MemberListsTest : public StoreTest {
  protected:
-  Q9DbNode* frame(const char16_t* id) {
-    Q9DbNode* f = nullptr;
-    EXPECT_EQ(Q9Db_createFrame(handle, id, 8, &f), S_OK);
-    return f;
-  }
+  Q9DbNode* frame(const char16_t* id) { return create(Q9Db_createFrame, id, 8); }
   Q9DbNode* anonymous(uint32_t type) { return node(allocNode(db(), type)); }
 };
 
@@ -75,8 +73,7 @@ TEST_F(MemberListsTest, CollectionsTakeOnlyIdentifiedMembersOfTheirClass) {
   EXPECT_EQ(listed(handle, Q9Db_enumFrames).size(), 1u);
   EXPECT_EQ(as<Frame>(twin)->group, nullptr);
   // An ECU can be any group, a cluster too; a frame is no ECU.
-  Q9DbNode* cluster = nullptr;
-  ASSERT_EQ(Q9Db_createCluster(handle, u"bus", 1, &cluster), S_OK);
+  Q9DbNode* cluster = create(Q9Db_createCluster, u"bus", 1);
   EXPECT_EQ(Q9Db_addECUs(handle, 1, &cluster), S_OK);
   EXPECT_EQ(listed(handle, Q9Db_enumECUs), Nodes{cluster});
   Q9DbNode* f = frame(u"f2");
@@ -175,7 +172,6 @@ TEST_F(MemberListsTest, SegmentsAndRangesAreRecordsThatStayPut) {
   ASSERT_EQ(ranges.size(), 11u);
   EXPECT_EQ(ranges[0], first[0]) << "records never move";
   EXPECT_EQ(Q9Db_getNodeType(ranges[0]), Q9_NODETYPE_ValueRange);
-  EXPECT_EQ(readTag(ranges[0]), 0x25257276u);
   EXPECT_EQ(valueOf(Q9Db_getLowerLimit, ranges[0]), -10);
   EXPECT_EQ(valueOf(Q9Db_getFlags, ranges[0]), Q9_FLAG_SIGNALDEFAULT);
   Nodes segments = listed(part, Q9Db_enumSegments);

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "Q9Db.h"
+#include "StoreFixture.h"
 #include "store/NodeClasses.h"
 #include "store/NodeType.h"
 
@@ -42,10 +42,7 @@ bool descendsFrom(int number, int ancestor) {
   return false;
 }
 
-struct TagBuffer {
-  explicit TagBuffer(uint32_t t) { q9::writeTag(bytes, t); }
-  unsigned char bytes[8] = {};
-};
+using TagBuffer = q9::test::Tagged;
 
 TEST(NodeClasses, TableMatchesFixedTags) {
   for (const FixedClass& c : kTree) {

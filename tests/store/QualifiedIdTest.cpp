@@ -1,3 +1,4 @@
+// Length-prefixed texts, and qualified ids made from nodes and split again.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -33,9 +34,8 @@ TEST(Bstrs, LengthPrefixedAndFreed) {
 }
 
 TEST_F(StoreTest, QualifiedIdsRoundTrip) {
-  Q9DbNode *frame = nullptr, *channel = nullptr, *timing = nullptr;
-  ASSERT_EQ(Q9Db_createFrame(handle, u"EngineData", 8, &frame), S_OK);
-  ASSERT_EQ(Q9Db_createChannel(handle, nullptr, nullptr, &channel), S_OK);
+  Q9DbNode* frame = create(Q9Db_createFrame, u"EngineData", 8);
+  Q9DbNode* channel = create(Q9Db_createChannel, nullptr, nullptr);
   const struct {
     Q9DbNode* n;
     const char16_t *qualified, *element;  // an empty element part is an empty text, not null
@@ -48,9 +48,8 @@ TEST_F(StoreTest, QualifiedIdsRoundTrip) {
     EXPECT_EQ(text(d.value), u"db");
     EXPECT_EQ(text(e.value), r.element);
   }
-  ASSERT_EQ(Q9Db_createCyclicTiming(handle, 10, nullptr, &timing), S_OK);
   Bstr none;
-  EXPECT_EQ(Q9Db_getQualifiedId(timing, &none.value), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_getQualifiedId(create(Q9Db_createCyclicTiming, 10, nullptr), &none.value), E_INVALIDARG);
   EXPECT_EQ(Q9Db_getQualifiedId(frame, nullptr), E_INVALIDARG);
 }
 

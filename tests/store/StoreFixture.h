@@ -1,4 +1,5 @@
-// A database per test, plus helpers to make nodes of any class directly.
+// A database per test, plus helpers to make nodes of any class directly or
+// through the factories, and bytes that carry nothing but a tag.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -17,12 +18,30 @@ namespace q9::test {
 
 inline Q9DbNode* node(void* p) { return static_cast<Q9DbNode*>(p); }
 
+// Bytes that carry a node's tag and nothing else: a node of a wrong class,
+// to be refused by its tag.
+struct Tagged {
+  explicit Tagged(uint32_t type) { writeTag(bytes, type); }
+  Q9DbNode* node() { return reinterpret_cast<Q9DbNode*>(bytes); }
+  unsigned char bytes[64] = {};
+};
+
 class StoreTest : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(Q9Db_create(u"db", &handle), S_OK); }
   void TearDown() override { EXPECT_EQ(Q9Db_destroy(handle), S_OK); }
 
   Q9Db* db() { return asDatabase(handle); }
+  DatabaseCollections* collections() { return static_cast<DatabaseCollections*>(db()->reference); }
+
+  // What a factory makes of these arguments (the database first, the out
+  // last); the factory must succeed.
+  template <typename Factory, typename... Args>
+  Q9DbNode* create(Factory factory, Args... args) {
+    Q9DbNode* out = nullptr;
+    EXPECT_EQ(factory(handle, args..., &out), S_OK);
+    return out;
+  }
   StringStore* store() { return db()->stringStore; }
 
   template <typename Node>

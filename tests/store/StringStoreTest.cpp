@@ -1,3 +1,5 @@
+// The string store: interned texts in code-unit order, slots of texts by
+// language with their fallbacks, and running out of memory while making them.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -185,6 +187,8 @@ TEST_F(StringStoreTest, OutOfMemoryWhileMakingASlot) {
     EXPECT_EQ(hr, E_OUTOFMEMORY);
     EXPECT_EQ(field, nullptr) << "the field stays null on failure";
   }
+  platform::HeapFailureScope failing(0);
+  EXPECT_EQ(internText(store(), u"never stored"), nullptr);
 }
 
 }  // namespace

@@ -15,18 +15,14 @@ class TriggeringIndexTest : public DecoderTest {
  protected:
   void SetUp() override {
     DecoderTest::SetUp();
-    ASSERT_EQ(Q9Db_createFrame(handle, u"F", 8, &frameNode), S_OK);
+    frameNode = create(Q9Db_createFrame, u"F", 8);
   }
 
   Q9DbNode* exact(uint32_t identifier, Q9DbNode* on) {
-    Q9DbNode* t = nullptr;
-    EXPECT_EQ(Q9Db_createIdentifierBasedTriggering(handle, nullptr, identifier, 0, frameNode, nullptr, on, &t), S_OK);
-    return t;
+    return create(Q9Db_createIdentifierBasedTriggering, nullptr, identifier, 0, frameNode, nullptr, on);
   }
   Q9DbNode* masked(uint32_t mask, uint32_t code, Q9DbNode* on) {
-    Q9DbNode* t = nullptr;
-    EXPECT_EQ(Q9Db_createMaskedIdentifierTriggering(handle, nullptr, mask, code, 0, frameNode, nullptr, on, &t), S_OK);
-    return t;
+    return create(Q9Db_createMaskedIdentifierTriggering, nullptr, mask, code, 0, frameNode, nullptr, on);
   }
 
   // What the decoder delivers for a standard 8-byte message.
@@ -65,8 +61,7 @@ TEST_F(TriggeringIndexTest, ExactAndMaskedMatchesComeInListOrder) {
   Q9DbNode* m1 = masked(0x7F0, 0x120, channel);
   Q9DbNode* a = exact(0x123, channel);
   exact(0x456, channel);
-  Q9DbNode* scheduled = nullptr;
-  Q9Db_createAbsolutelyScheduledTriggering(handle, nullptr, 0x123, 0, 1, 0, frameNode, nullptr, channel, &scheduled);
+  create(Q9Db_createAbsolutelyScheduledTriggering, nullptr, 0x123, 0, 1, 0, frameNode, nullptr, channel);
   Q9DbNode* m2 = masked(0x700, 0x100, channel);
   Q9DbNode* b = exact(0x123, channel);
   ASSERT_EQ(Q9Db_addFrameTriggerings(channel, 1, &a), S_OK);  // the same triggering twice
