@@ -11,8 +11,10 @@
 #include <cstring>
 #include <memory>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "Commands.h"
+#include "DescribedFrames.h"
 #include "FrameType.h"
 #include "LogLine.h"
 #include "Network.h"
@@ -47,30 +49,23 @@ uint64_t arbitrationKey(const SentFrame& frame) {
 }
 
 // The frames of the CAN channels, each once, with its first triggering by
-// identifier. A classic frame longer than 8 bytes can't be written; it is
+// identifier (a masked triggering answers many identifiers and names none
+// to send). A classic frame longer than 8 bytes can't be written; it is
 // reported and left out.
 std::vector<SentFrame> canFrames(const Network& network) {
   std::vector<SentFrame> frames;
-  std::unordered_map<Q9DbNode*, bool> seen;
-  for (Q9DbNode* channel : network.canChannels()) {
-    forEachNode(Q9Db_enumFrameTriggerings, channel, [&](Q9DbNode* triggering) {
-      Q9DbNode* frame = nullptr;
-      if (Q9Db_getNodeType(triggering) != Q9_NODETYPE_IdentifierBasedTriggering ||
-          Q9Db_getFrame(triggering, &frame) != S_OK || !frame || !seen.emplace(frame, true).second)
-        return;
-      SentFrame sent{frame, displayName(frame), 0, 0};
-      Q9Db_getIdentifier(triggering, &sent.identifier);
-      Q9Db_getFlags(triggering, &sent.flags);
-      int32_t length = 0;
-      Q9Db_getLength(frame, &length);
-      bool fd = sent.flags & Q9_FLAG_CANFD_FRAME;
-      if (length < 0 || (!fd && size_t(length) > kClassicLength) || (fd && canFdLength(size_t(length)) == 0)) {
-        std::fprintf(stderr, "q9db: warning: frame %s has %d bytes, more than its frame type carries; it is not sent\n",
-                     sent.name.c_str(), length);
-        return;
-      }
-      frames.push_back(std::move(sent));
-    });
+  std::unordered_set<Q9DbNode*> seen;
+  const DescribedFrames index(network.canChannels());
+  for (const DescribedFrame& described : index.all()) {
+    if (described.mask != ~0u || !seen.insert(described.frame).second) continue;
+    int32_t length = described.length;
+    if (length < 0 || (!described.fd() && size_t(length) > kClassicLength) ||
+        (described.fd() && canFdLength(size_t(length)) == 0)) {
+      std::fprintf(stderr, "q9db: warning: frame %s has %d bytes, more than its frame type carries; it is not sent\n",
+                   described.name.c_str(), length);
+      continue;
+    }
+    frames.push_back({described.frame, described.name, described.identifier, described.flags});
   }
   return frames;
 }
