@@ -1,10 +1,10 @@
 // Description files through the filter host, as a C client uses it: LIN
 // frames decoded to physical values of the right type and texts, physical
-// values encoded back through a DBC's computations, and refused files with
-// the host's report. DBC frames are decoded at random against the test's own
-// reading of the files, exported and imported again, from Lua
-// (dbc_filter_test.lua), as are reports, options, detection, schedule
-// tables and several imports into one database (ldf_filter_test.lua).
+// values encoded back through a DBC's computations, and refused files (DBC
+// and LDF) with the host's report. DBC frames are decoded at random against
+// the test's own reading of the files, exported and imported again, from Lua
+// (dbc_filter_test.lua), as are the scripts' reports, options and detection
+// (ldf_filter_test.lua too).
 #include <gtest/gtest.h>
 
 #include <cstdio>

@@ -64,8 +64,6 @@ const std::vector<Scenario>& scenarios() {
   return all;
 }
 
-std::string goldenPath(const Scenario& s) { return sourcePath("tests/import/golden/dbc_") + s.name + ".dump"; }
-
 std::string build(const Scenario& s, const std::function<void(Q9DbNode*, const Import&)>& importOne) {
   Q9DbNode* db = nullptr;
   EXPECT_EQ(Q9Db_create(u"test", &db), S_OK);
@@ -86,7 +84,7 @@ TEST(DbcEngine, BuildsTheDatabasesOfTheGoldenDumps) {
                   S_OK)
             << i.file;
       });
-      std::ofstream(goldenPath(s), std::ios::binary) << dump;
+      std::ofstream(q9::test::goldenPath(std::string("dbc_") + s.name), std::ios::binary) << dump;
     }
     q9::lua::setModuleFolderForTesting(nullptr);
     return;
@@ -97,11 +95,7 @@ TEST(DbcEngine, BuildsTheDatabasesOfTheGoldenDumps) {
       EXPECT_TRUE(q9::importDbcFile(db, targetOf(db, i.target), i.file, optionsOf(i.options), report))
           << report.error();
     });
-    const std::string golden = q9::test::readFile(goldenPath(s));
-    ASSERT_FALSE(golden.empty()) << goldenPath(s);
-    if (dump != golden) std::ofstream(::testing::TempDir() + "dbc_" + s.name + ".dump", std::ios::binary) << dump;
-    EXPECT_TRUE(dump == golden) << s.name << ": the database differs from " << goldenPath(s) << "; it is written to "
-                                << ::testing::TempDir();
+    q9::test::expectGoldenDump(std::string("dbc_") + s.name, dump);
   }
 }
 

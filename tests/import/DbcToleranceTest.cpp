@@ -6,7 +6,6 @@
 
 #include <cctype>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -16,11 +15,6 @@
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-std::string dataPath(const std::string& file) {
-  const char* root = std::getenv("Q9DB_SOURCE_DIR");
-  return std::string(root ? root : ".") + "/tests/import/data/tolerant/" + file;
-}
 
 std::string utf8(const char16_t* text) { return text ? q9::platform::utf16ToUtf8(text) : std::string(); }
 
@@ -154,8 +148,8 @@ TEST_P(DbcTolerance, ImportsWithItsWarningsAndDecodes) {
   const Case& c = GetParam();
   Q9DbNode* db = nullptr;
   ASSERT_EQ(Q9Db_create(u"test", &db), S_OK);
-  q9::ImportReport report(dataPath(c.file));
-  ASSERT_TRUE(q9::importDbcFile(db, nullptr, dataPath(c.file), {}, report)) << report.error();
+  q9::ImportReport report(q9::test::tolerantFile(c.file));
+  ASSERT_TRUE(q9::importDbcFile(db, nullptr, q9::test::tolerantFile(c.file), {}, report)) << report.error();
   std::vector<std::string> warnings;
   for (const q9::ReportRecord& r : report.records())
     if (r.kind == q9::kReportWarning) warnings.push_back(r.text);
@@ -206,7 +200,7 @@ namespace {
 TEST(DbcTolerance, NestedMultiplexedSignalsAreSentWithTheirSwitchValues) {
   Q9DbNode* db = nullptr;
   ASSERT_EQ(Q9Db_create(u"test", &db), S_OK);
-  const std::string path = dataPath("multiplexing_two_levels.dbc");
+  const std::string path = q9::test::tolerantFile("multiplexing_two_levels.dbc");
   q9::ImportReport report(path);
   ASSERT_TRUE(q9::importDbcFile(db, nullptr, path, {}, report)) << report.error();
   Q9DbNode* channel = find(db, "multiplexing_two_levels/channel");

@@ -1,5 +1,6 @@
-// Helpers for the reader tests: write a file, run a raw import on a fresh
-// Lua state, and render the resulting tree as compact, deterministic text.
+// Helpers for the import tests: scratch files and paths of the test data,
+// golden dumps to compare against, and raw imports run on a fresh Lua state
+// with the resulting tree rendered as compact, deterministic text.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -46,6 +47,11 @@ class ScratchFile {
 inline std::string sourcePath(const std::string& relative) {
   const char* root = std::getenv("Q9DB_SOURCE_DIR");
   return std::string(root ? root : ".") + "/" + relative;
+}
+
+// A file of tests/import/data/tolerant, one deviation each.
+inline std::string tolerantFile(const std::string& name) {
+  return sourcePath("tests/import/data/tolerant/" + name);
 }
 
 // The node of an id, for imports into an existing cluster or channel; null
@@ -168,6 +174,22 @@ inline std::string describe(lua_State* L, int index) {
   out = "{";
   for (std::size_t i = 0; i < parts.size(); ++i) out += (i ? ", " : "") + parts[i];
   return out + "}";
+}
+
+// The golden dump tests/import/golden/<name>.dump.
+inline std::string goldenPath(const std::string& name) {
+  return sourcePath("tests/import/golden/" + name + ".dump");
+}
+
+// A dump against its golden file; one that differs is written to the test
+// temp folder under the same name, for a look with diff.
+inline void expectGoldenDump(const std::string& name, const std::string& dump) {
+  const std::string golden = readFile(goldenPath(name));
+  ASSERT_FALSE(golden.empty()) << goldenPath(name);
+  if (dump == golden) return;
+  std::ofstream(::testing::TempDir() + name + ".dump", std::ios::binary) << dump;
+  ADD_FAILURE() << name << ": the import differs from " << goldenPath(name) << "; it is written to "
+                << ::testing::TempDir();
 }
 
 using ImportFunction = int (*)(lua_State*, const char16_t*);

@@ -59,7 +59,6 @@ const std::vector<Scenario>& scenarios() {
   return all;
 }
 
-std::string goldenPath(const Scenario& s) { return sourcePath("tests/import/golden/ldf_") + s.name + ".dump"; }
 
 void addLine(std::string& out, const char* kind, int32_t first, int32_t second, const std::string& text) {
   out += std::string(kind) + " " + std::to_string(first) + " " + std::to_string(second) + " " + text + "\n";
@@ -136,18 +135,12 @@ std::string natively(const Scenario& s) {
 TEST(LdfEngine, BuildsAndReportsWhatTheGoldenDumpsHold) {
   if (const char* folder = std::getenv("Q9DB_WRITE_GOLDEN_LDF")) {
     q9::lua::setModuleFolderForTesting(folder);
-    for (const Scenario& s : scenarios()) std::ofstream(goldenPath(s), std::ios::binary) << throughScripts(s);
+    for (const Scenario& s : scenarios())
+      std::ofstream(q9::test::goldenPath(std::string("ldf_") + s.name), std::ios::binary) << throughScripts(s);
     q9::lua::setModuleFolderForTesting(nullptr);
     return;
   }
-  for (const Scenario& s : scenarios()) {
-    const std::string dump = natively(s);
-    const std::string golden = q9::test::readFile(goldenPath(s));
-    ASSERT_FALSE(golden.empty()) << goldenPath(s);
-    if (dump != golden) std::ofstream(::testing::TempDir() + "ldf_" + s.name + ".dump", std::ios::binary) << dump;
-    EXPECT_TRUE(dump == golden) << s.name << ": the import differs from " << goldenPath(s) << "; it is written to "
-                                << ::testing::TempDir();
-  }
+  for (const Scenario& s : scenarios()) q9::test::expectGoldenDump(std::string("ldf_") + s.name, natively(s));
 }
 
 }  // namespace

@@ -4,19 +4,14 @@
 // of which nothing can be used fails with the place and what was expected.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "import/DatabaseDump.h"
+#include "import/ImportTestSupport.h"
 #include "import/NativeImport.h"
 
 namespace {
-
-std::string dataPath(const std::string& file) {
-  const char* root = std::getenv("Q9DB_SOURCE_DIR");
-  return std::string(root ? root : ".") + "/tests/import/data/tolerant/" + file;
-}
 
 // The dump's line of the node with this id.
 std::string dumpLine(const std::string& dump, const std::string& id) {
@@ -68,7 +63,7 @@ TEST(LdfTolerance, EachDeviationIsReadAsMeantWithOneWarning) {
     SCOPED_TRACE(c.file);
     Q9DbNode* db = nullptr;
     ASSERT_EQ(Q9Db_create(u"test", &db), S_OK);
-    q9::ImportReport report(dataPath(c.file));
+    q9::ImportReport report(q9::test::tolerantFile(c.file));
     ASSERT_TRUE(q9::importLdfFile(db, nullptr, report.path(), {}, report)) << report.error();
     std::vector<std::string> warnings;
     for (const q9::ReportRecord& r : report.records())
@@ -104,7 +99,7 @@ TEST(LdfTolerance, AFileOfWhichNothingCanBeUsedFailsAndAddsNothing) {
       ASSERT_EQ(Q9Db_createFrame(db, u"other/frame", 2, &frame), S_OK);
     }
     const std::string before = q9::testing::dumpDatabase(db);
-    q9::ImportReport report(dataPath(file));
+    q9::ImportReport report(q9::test::tolerantFile(file));
     EXPECT_FALSE(q9::importLdfFile(db, frame, report.path(), {}, report));
     EXPECT_NE(report.error().find(error), std::string::npos) << report.error();
     EXPECT_EQ(q9::testing::dumpDatabase(db), before);

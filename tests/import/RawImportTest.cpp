@@ -132,32 +132,6 @@ TEST(RawImport, EndsTruncatedFilesWithAClearError) {
   }
 }
 
-TEST(RawImport, TakesTokensOfAnyLength) {
-  const std::string longText(1 << 20, 'x');
-  const std::string digits(1 << 18, '7');
-  {
-    ScratchFile file("CM_ \"" + longText + "\";\nBO_ " + digits + " " + longText + ": 8 E\n");
-    ImportRun run(Q9Db_importRawDBC, file.widePath());
-    lua_rawgeti(run.L, -1, 1);
-    lua_getfield(run.L, -1, "text");
-    EXPECT_EQ(lua_rawlen(run.L, -1), longText.size());
-    lua_pop(run.L, 2);
-    EXPECT_EQ(run.entry(2).substr(0, 48), R"({tag="frame", dlc=8.0, frameid=4294967295.0, id=)");
-  }
-  {
-    ScratchFile file("BO_ 1 " + digits + ": 8 E\n");
-    ImportRun run(Q9Db_importRawDBC, file.widePath());
-    EXPECT_EQ(run.message(), "DBC-Import: (1, 7): 'identifier' expected but found '" + digits + "'");
-  }
-  {
-    ScratchFile file("LIN_description_file; LIN_protocol_version = \"" + longText + "\"; " + longText);
-    ImportRun run(Q9Db_importRawLDF, file.widePath());
-    const std::string head = "LDF-Import: (1, 1048626): 'LIN_language_version' expected but found '";
-    EXPECT_EQ(run.message().size(), head.size() + longText.size() + 1);
-    EXPECT_TRUE(startsWith(run.message(), head)) << run.message().substr(0, 80);
-  }
-}
-
 // Counts the root entries of each tag, in order of first appearance.
 std::string tagCounts(const ImportRun& run) {
   std::vector<std::pair<std::string, int>> counts;

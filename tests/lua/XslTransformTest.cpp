@@ -1,3 +1,6 @@
+// XSLtransform, the Lua function that runs stylesheets: text and document
+// output, chains, the stylesheet's encoding, failures naming file and line,
+// argument errors, and messages kept with their own call and thread.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
