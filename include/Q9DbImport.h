@@ -53,6 +53,12 @@ Q9DB_API HRESULT Q9Db_importFile(Q9DbNode *db, Q9DbNode *node, const char16_t *p
                                  void *context, FilterReportCallback callback);
 Q9DB_API HRESULT Q9Db_exportFile(Q9DbNode *db, Q9DbNode *node, const char16_t *path, const char16_t *second,
                                  void *context, FilterReportCallback callback);
+/* Q9Db_exportFile with the script's reports: what the file's format can't
+ * hold is left out and reported through the callback (first 1: a warning),
+ * as an import reports what it leaves out. Refuses a null db or path with
+ * E_INVALIDARG, as Q9Db_importFile does. */
+Q9DB_API HRESULT Q9Db_exportFileWithReport(Q9DbNode *db, Q9DbNode *node, const char16_t *path,
+                                           const char16_t *second, void *context, FilterReportCallback callback);
 /* Reports what the file holds without changing the database. */
 Q9DB_API HRESULT Q9Db_importGetInfo(Q9DbNode *db, const char16_t *path, void *context,
                                     FilterReportCallback callback);

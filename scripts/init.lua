@@ -65,11 +65,12 @@ function M.getImportInfo(db, path, report)
   return requireFormat(path).info(db, path, report)
 end
 
-function M.doexport(db, node, path, options)
+-- report is nil when the client's call takes no reports (Q9Db_exportFile).
+function M.doexport(db, node, path, options, report)
   for _, format in ipairs(formats()) do
     if format.export and format.exportExtension and path:lower():sub(-#format.exportExtension) ==
         format.exportExtension then
-      return format.export(db, node, path, options or "")
+      return format.export(db, node, path, options or "", report)
     end
   end
   error(string.format("%s: no export filter writes files of this kind", path), 0)

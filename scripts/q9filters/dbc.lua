@@ -92,7 +92,7 @@ function M.info(db, path, report)
   return 0
 end
 
--- The host passes no report function to an export; one given is used.
+-- Q9Db_exportFile passes no report function, Q9Db_exportFileWithReport does.
 function M.export(db, node, path, options, report)
   local function warn(text)
     if report then report(REPORT_WARNING, 0, text) end

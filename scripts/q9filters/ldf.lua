@@ -66,7 +66,7 @@ function M.info(db, path, report)
   return nil
 end
 
--- The host passes no report function to an export; one given is used.
+-- Q9Db_exportFile passes no report function, Q9Db_exportFileWithReport does.
 function M.export(db, node, path, options, report)
   local function warn(message)
     if report then report(1, 0, message) end

@@ -22,6 +22,8 @@ struct Entry {
 constexpr Entry kImport{"doimport", 5,
                         {Argument::Database, Argument::Node, Argument::Path, Argument::Second, Argument::Report}};
 constexpr Entry kExport{"doexport", 4, {Argument::Database, Argument::Node, Argument::Path, Argument::Second}};
+constexpr Entry kExportWithReport{"doexport", 5,
+                                  {Argument::Database, Argument::Node, Argument::Path, Argument::Second, Argument::Report}};
 constexpr Entry kImportInfo{"getImportInfo", 3, {Argument::Database, Argument::Path, Argument::Report}};
 constexpr Entry kDetect{"detectfile", 1, {Argument::Path}};
 constexpr Entry kDatabaseId{"getdatabaseid", 1, {Argument::Path}};
@@ -178,6 +180,17 @@ Q9DB_API HRESULT Q9Db_exportFile(Q9DbNode* db, Q9DbNode* node, const char16_t* p
   // E_FAIL); a null database as a userdata on a null handle, which the
   // binding refuses as a destroyed database (an error again).
   EntryCall call{q9::kExport};
+  call.db = db, call.node = node, call.path = path, call.second = second;
+  call.context = context, call.callback = callback;
+  return q9::runFilter(call);
+}
+
+// What a format can't hold is left out of the file; this export lets the
+// script say so, where Q9Db_exportFile gives it nobody to tell.
+Q9DB_API HRESULT Q9Db_exportFileWithReport(Q9DbNode* db, Q9DbNode* node, const char16_t* path,
+                                           const char16_t* second, void* context, FilterReportCallback callback) {
+  if (!db || !path) return E_INVALIDARG;
+  EntryCall call{q9::kExportWithReport};
   call.db = db, call.node = node, call.path = path, call.second = second;
   call.context = context, call.callback = callback;
   return q9::runFilter(call);

@@ -109,6 +109,14 @@ TEST_F(FilterHostTest, ArgumentsReachTheScript) {
   package("return { doimport = function(db, node, path, second, report) report('x', 1, 'y') end }");
   EXPECT_EQ(import(), E_FAIL);
   EXPECT_NE(reports.back().text.find("number expected"), std::string::npos) << reports.back().text;
+
+  // An export is given a report function only by the call that takes reports.
+  reports.clear();
+  package("return { doexport = function(db, node, path, second, report) return report and report(1, 0, path) or 3 end }");
+  EXPECT_EQ(Q9Db_exportFileWithReport(db, nullptr, u"out.dbc", nullptr, &reports, recordReport), HRESULT(41));
+  ASSERT_FALSE(reports.empty());
+  EXPECT_EQ(reports[0].text, "out.dbc");
+  EXPECT_EQ(Q9Db_exportFile(db, nullptr, u"out.dbc", nullptr, &reports, recordReport), HRESULT(3));
 }
 
 TEST_F(FilterHostTest, BrokenPackagesFailWithAReportNamingTheFile) {
@@ -167,6 +175,8 @@ TEST_F(FilterHostTest, NullArgumentsAreRefusedBeforeAnyScriptRuns) {
   EXPECT_EQ(Q9Db_importFile(nullptr, nullptr, u"x", nullptr, nullptr, nullptr), E_INVALIDARG);
   EXPECT_EQ(Q9Db_importFile(db, nullptr, nullptr, nullptr, nullptr, nullptr), E_INVALIDARG);
   EXPECT_EQ(Q9Db_importGetInfo(db, nullptr, nullptr, nullptr), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_exportFileWithReport(nullptr, nullptr, u"x", nullptr, nullptr, nullptr), E_INVALIDARG);
+  EXPECT_EQ(Q9Db_exportFileWithReport(db, nullptr, nullptr, nullptr, nullptr, nullptr), E_INVALIDARG);
   EXPECT_EQ(Q9Db_importDetect(nullptr), E_INVALIDARG);
   EXPECT_EQ(Q9Db_importGetDbId(u"x", nullptr), E_INVALIDARG);
   EXPECT_EQ(Q9Db_importGetDbId(nullptr, &out), E_INVALIDARG);
