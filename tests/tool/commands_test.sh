@@ -274,6 +274,14 @@ for command in "dump $warned" "decode $warned --log /dev/null" "simulate $warned
   lacks err "$warning"
 done
 
+# What the written format can't hold is reported by convert, unless quiet.
+lost="quotation marks inside texts are written as apostrophes"
+escaped=$2/tests/import/data/tolerant/escaped_strings.dbc
+run "convert reports what the format loses" 0 "$q9db" convert "$escaped" "$scratch/escaped.dbc"
+has err "warning: $scratch/escaped.dbc: 2 $lost"
+run "convert reports what the format loses, quiet" 0 "$q9db" convert "$escaped" "$scratch/escaped.dbc" --quiet
+lacks err "$lost"
+
 # Output errors are input/output errors, on every command; a reader that
 # goes away is none.
 for command in "decode $dbc --log $capture" "dump $dbc" "dot $dbc -o -" "info $dbc" "simulate $dbc -d 1"; do

@@ -108,7 +108,8 @@ int runConvert(const std::string& input, const std::string& output, const Import
   std::u16string path = utf16(output);
   std::vector<ImportReport> reports;
   ReportCollector collector(reports);
-  HRESULT status = Q9Db_exportFile(network.db(), nullptr, path.c_str(), nullptr, &collector, &ReportCollector::collect);
+  HRESULT status = Q9Db_exportFileWithReport(network.db(), nullptr, path.c_str(), nullptr, &collector,
+                                            &ReportCollector::collect);
   // What the format can't hold is left out with a warning.
   if (!options.quiet)
     for (const ImportReport& report : reports)
