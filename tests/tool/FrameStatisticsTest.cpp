@@ -25,7 +25,9 @@ CanFrame frame(const char* interface, uint32_t id, uint8_t length, uint32_t flag
 
 TEST(FrameStatistics, OfAHandWrittenCapture) {
   const DescribedFrame engine{nullptr, nullptr, "Engine", 0x100, ~0u, Q9_FLAG_CANSTANDARD, 8, 10};
-  FrameStatistics statistics([&](uint32_t id, bool extended) { return id == 0x100 && !extended ? &engine : nullptr; });
+  FrameStatistics statistics([&](std::string_view bus, uint32_t id, bool extended) {
+    return bus == "can10" && id == 0x100 && !extended ? &engine : nullptr;
+  });
 
   // Engine every 10 ms, give or take: periods 10, 11, 9.5 and 10 ms, a
   // frame without timestamp that gives none, and a backward step after
@@ -75,7 +77,7 @@ TEST(FrameStatistics, OfAHandWrittenCapture) {
 }
 
 TEST(FrameStatistics, NoLoadWithoutTime) {
-  FrameStatistics statistics([](uint32_t, bool) { return nullptr; });
+  FrameStatistics statistics([](std::string_view, uint32_t, bool) { return nullptr; });
   statistics.add(frame("can0", 0x1, 0), 7);
   statistics.add(frame("vcan0", 0x1, 0), std::nullopt);
   for (const auto* bus : statistics.interfaces()) EXPECT_FALSE(bus->loadPercent({500000, 2000000})) << bus->name;

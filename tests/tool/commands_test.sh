@@ -307,6 +307,18 @@ has err "two_buses.log: 2 frames on buses that no description is bound to"
 run "a bus for the rest" 0 "$q9db" decode "$data/chassis.dbc" -b can1="$data/body.dbc" --log "$data/two_buses.log" -f line
 has out "2.002000 can2 100 SteeringWheel"
 lacks out "can1 100 SteeringWheel"
+# stats binds as decode does: each bus its own description, described
+# frames missed on their own bus.
+run "stats, one file per bus" 0 "$q9db" stats --bus can0="$data/chassis.dbc" --bus can1="$data/body.dbc" \
+  --log "$data/two_buses.log" -f csv
+has out "frame,can1,100,false,DoorLocks,1,"
+has out "frame,can2,100,false,,2,"
+has err "can2: no description is bound to this bus; its frames count as unknown"
+run "stats, a bound frame missed" 0 "$q9db" stats --bus can1="$data/body.dbc" --bus can3="$data/chassis.dbc" \
+  --log "$data/two_buses.log" -f csv
+has out "not_seen,,100,false,SteeringWheel"
+lacks out "not_seen,,100,false,DoorLocks"
+run "stats without a description" 2 "$q9db" stats --log /dev/null
 run "bad binding" 2 "$q9db" decode -b can1 --log /dev/null
 has err "'can1' is no binding: INTERFACE=FILE"
 run "binding a file without CAN" 1 "$q9db" decode -b can1="$ldf" --log /dev/null

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "Commands.h"
+
 namespace q9tool {
 
 bool parseBusBinding(const std::string& text, BusBinding& binding, std::string& problem) {
@@ -38,6 +40,42 @@ bool BusChannels::import(Network& network, const std::vector<std::string>& files
     else found->second.insert(found->second.end(), channels.begin(), channels.end());
   }
   return true;
+}
+
+std::vector<const DescribedFrame*> BusChannels::find(const DescribedFrames& described, std::string_view interface,
+                                                     uint32_t identifier, bool extended) {
+  std::vector<const DescribedFrame*> found;
+  if (const std::vector<Q9DbNode*>* channels = channelsFor(interface))
+    for (Q9DbNode* channel : *channels) {
+      std::vector<const DescribedFrame*> on = described.find(identifier, extended, channel);
+      found.insert(found.end(), on.begin(), on.end());
+    }
+  return found;
+}
+
+int openBuses(const char* command, const std::vector<std::string>& files, const std::vector<std::string>& texts,
+              const ImportOptions& options, Network& network, BusChannels& buses) {
+  std::vector<BusBinding> bindings;
+  for (const std::string& text : texts) {
+    BusBinding binding;
+    std::string problem;
+    if (!parseBusBinding(text, binding, problem)) {
+      std::fprintf(stderr, "q9db: --bus: %s\n", problem.c_str());
+      return kExitUsageError;
+    }
+    bindings.push_back(binding);
+  }
+  if (files.empty() && bindings.empty()) {
+    std::fprintf(stderr, "q9db: %s: a description file, or a --bus INTERFACE=FILE, is needed\n", command);
+    return kExitUsageError;
+  }
+  if (!buses.import(network, files, bindings, options)) return kExitInputError;
+  if (buses.allChannels().empty()) {
+    std::fprintf(stderr, "q9db: no CAN bus is described in %s\n",
+                 files.size() == 1 && bindings.empty() ? files[0].c_str() : "the files");
+    return kExitInputError;
+  }
+  return kExitOk;
 }
 
 std::vector<Q9DbNode*> BusChannels::allChannels() const {

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "DescribedFrames.h"
 #include "Network.h"
 
 namespace q9tool {
@@ -40,6 +41,11 @@ class BusChannels {
   }
   // Every channel of the files, unbound and bound.
   std::vector<Q9DbNode*> allChannels() const;
+  // The described frames of identifier on the channels that serve
+  // interface, the first channel's first; none when no description serves
+  // it.
+  std::vector<const DescribedFrame*> find(const DescribedFrames& described, std::string_view interface,
+                                          uint32_t identifier, bool extended);
 
  private:
   std::vector<Q9DbNode*> everyBus_;
@@ -47,6 +53,12 @@ class BusChannels {
   std::string lastInterface_;
   const std::vector<Q9DbNode*>* last_ = nullptr;
 };
+
+// What decode and stats do first: the --bus texts parsed, the files
+// imported (both reported on standard error as they go wrong) and a CAN bus
+// found among them. The exit status: 0 when buses and network are ready.
+int openBuses(const char* command, const std::vector<std::string>& files, const std::vector<std::string>& bindings,
+              const ImportOptions& options, Network& network, BusChannels& buses);
 
 }  // namespace q9tool
 

@@ -54,7 +54,8 @@ struct SimulateOptions {
 int runSimulate(const SimulateOptions& options);
 
 struct StatsOptions {
-  std::vector<std::string> files;
+  std::vector<std::string> files;     // descriptions of every bus
+  std::vector<std::string> bindings;  // INTERFACE=FILE: a description of one bus
   std::string log;  // empty or "-": standard input
   Format format = Format::Text;
   uint32_t bitrate = 500000;       // nominal, bit/s

@@ -58,16 +58,6 @@ std::string identifierText(const CanFrame& frame) {
 }  // namespace
 
 int runDecode(const DecodeOptions& options) {
-  std::vector<BusBinding> bindings;
-  for (const std::string& text : options.bindings) {
-    BusBinding binding;
-    std::string problem;
-    if (!parseBusBinding(text, binding, problem)) {
-      std::fprintf(stderr, "q9db: --bus: %s\n", problem.c_str());
-      return kExitUsageError;
-    }
-    bindings.push_back(binding);
-  }
   DecoderSettings settings;
   settings.showUnknown = options.showUnknown;
   settings.j1939 = options.j1939;
@@ -76,21 +66,10 @@ int runDecode(const DecodeOptions& options) {
     std::fprintf(stderr, "q9db: --id: %s\n", problem.c_str());
     return kExitUsageError;
   }
-  if (options.files.empty() && bindings.empty()) {
-    std::fprintf(stderr, "q9db: decode: a description file, or a --bus INTERFACE=FILE, is needed\n");
-    return kExitUsageError;
-  }
-
   Network network;
   BusChannels buses;
-  if (!buses.import(network, options.files, bindings, options.import)) return kExitInputError;
-  std::vector<Q9DbNode*> channels = buses.allChannels();
-  if (channels.empty()) {
-    std::fprintf(stderr, "q9db: no CAN bus is described in %s\n",
-                 options.files.size() == 1 && bindings.empty() ? options.files[0].c_str() : "the files");
-    return kExitInputError;
-  }
-  DescribedFrames described(channels);
+  if (int status = openBuses("decode", options.files, options.bindings, options.import, network, buses)) return status;
+  DescribedFrames described(buses.allChannels());
 
   CaptureFile capture;
   if (!capture.open(options.log)) return kExitInputError;

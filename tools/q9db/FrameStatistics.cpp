@@ -71,7 +71,7 @@ void FrameStatistics::add(const CanFrame& frame, std::optional<uint64_t> microse
     fresh.interface = bus.name;
     fresh.identifier = frame.identifier;
     fresh.extended = extended;
-    fresh.described = describe_(frame.identifier, extended);
+    fresh.described = describe_(bus.name, frame.identifier, extended);
   }
   IdentifierStatistics& id = identifiers_[found->second];
 

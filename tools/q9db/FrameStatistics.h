@@ -75,8 +75,9 @@ struct InterfaceStatistics {
 
 class FrameStatistics {
  public:
-  // The description of a frame identifier, or null when there is none.
-  using Describe = std::function<const DescribedFrame*(uint32_t identifier, bool extended)>;
+  // The description of a frame identifier on an interface, or null when
+  // there is none.
+  using Describe = std::function<const DescribedFrame*(std::string_view interface, uint32_t identifier, bool extended)>;
   explicit FrameStatistics(Describe describe) : describe_(std::move(describe)) {}
 
   // A frame without a timestamp counts, but gives no period and no bits for

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <unordered_set>
 
+#include "BusBinding.h"
 #include "Commands.h"
 #include "DescribedFrames.h"
 #include "FrameLine.h"
@@ -24,12 +25,15 @@
 namespace q9tool {
 namespace {
 
-// The described frames no frame of the capture matched, each once however
-// many channels carry it, in the order of their identifiers.
-std::vector<const DescribedFrame*> framesNotSeen(const DescribedFrames& described, const FrameStatistics& statistics) {
+// The described frames no frame of the capture matched on a bus they
+// serve, each once however many channels carry it, in the order of their
+// identifiers.
+std::vector<const DescribedFrame*> framesNotSeen(const DescribedFrames& described, BusChannels& buses,
+                                                 const FrameStatistics& statistics) {
   std::unordered_set<Q9DbNode*> seen;
   for (const IdentifierStatistics* id : statistics.identifiers())
-    for (const DescribedFrame* f : described.find(id->identifier, id->extended)) seen.insert(f->frame);
+    for (const DescribedFrame* f : buses.find(described, id->interface, id->identifier, id->extended))
+      seen.insert(f->frame);
   std::vector<const DescribedFrame*> notSeen;
   for (const DescribedFrame& f : described.all())
     if (seen.insert(f.frame).second) notSeen.push_back(&f);
@@ -59,7 +63,10 @@ CLI::App* addStatsCommand(CLI::App& app, StatsOptions& options) {
       "bit per frame. Remote and error frames are left out; lines without a timestamp count, but give no period\n"
       "and no load. Both are reported on standard error.\n"
       "Example: q9db stats car.dbc --log drive.log --format csv");
-  command->add_option("FILE", options.files, "Description files to import (DBC, LDF)")->required();
+  command->add_option("FILE", options.files, "Description files for every bus (DBC, LDF)");
+  command->add_option("--bus", options.bindings,
+                      "INTERFACE=FILE: describe the frames of one bus with this file alone (repeatable);\n"
+                      "files given without a bus serve the other buses");
   command->add_option("--log,-l", options.log, "Capture to read, also gzip or xz compressed; '-' or none: standard input");
   command
       ->add_option_function<std::string>(
@@ -82,20 +89,22 @@ CLI::App* addStatsCommand(CLI::App& app, StatsOptions& options) {
 
 int runStats(const StatsOptions& options) {
   Network network;
-  if (!importFiles(network, options.files, options.import)) return kExitInputError;
-  std::vector<Q9DbNode*> channels = network.canChannels();
-  if (channels.empty()) {
-    std::fprintf(stderr, "q9db: no CAN bus is described in %s\n", options.files.size() == 1 ? options.files[0].c_str() : "the files");
-    return kExitInputError;
-  }
-  DescribedFrames described(channels);
+  BusChannels buses;
+  if (int status = openBuses("stats", options.files, options.bindings, options.import, network, buses)) return status;
+  DescribedFrames described(buses.allChannels());
 
   CaptureFile capture;
   if (!capture.open(options.log)) return kExitInputError;
   const std::string& logName = capture.name();
 
-  FrameStatistics statistics([&described](uint32_t identifier, bool extended) -> const DescribedFrame* {
-    auto found = described.find(identifier, extended);
+  // A bus no description serves is said once; its frames count as of
+  // unknown identifier.
+  std::unordered_set<std::string> unbound;
+  FrameStatistics statistics([&](std::string_view interface, uint32_t identifier, bool extended) -> const DescribedFrame* {
+    if (!buses.channelsFor(interface) && unbound.emplace(interface).second)
+      std::fprintf(stderr, "q9db: %s: %.*s: no description is bound to this bus; its frames count as unknown\n",
+                   logName.c_str(), int(interface.size()), interface.data());
+    auto found = buses.find(described, interface, identifier, extended);
     return found.empty() ? nullptr : found.front();  // the decoder too takes the first channel's
   });
   StatsReport report{statistics, {options.bitrate, options.dataBitrate}, {}, logName};
@@ -150,7 +159,7 @@ int runStats(const StatsOptions& options) {
       std::fprintf(stderr, "q9db: %s: %s: %llu; %s\n", logName.c_str(), note.what,
                    static_cast<unsigned long long>(note.count), note.consequence);
 
-  report.notSeen = framesNotSeen(described, statistics);
+  report.notSeen = framesNotSeen(described, buses, statistics);
   Output out(STDOUT_FILENO);
   writeStats(out, options.format, report);
   if (!out.flush() && out.error() != EPIPE) {  // a reader that went away is no error
