@@ -16,7 +16,8 @@ extern "C" {
  * node, labelled "Class [short name]: id details", and one coloured edge per
  * link; texts in language, else fallback. S_OK; E_INVALIDARG for a db that
  * isn't a database handle or a null fileName; E_UNEXPECTED when the file
- * can't be opened for writing. */
+ * can't be opened for writing or memory runs out (the file is then cut
+ * short). */
 Q9DB_API HRESULT Q9Db_dumpDot(Q9DbNode *db, const char16_t *fileName, uint16_t language, uint16_t fallback);
 
 #ifdef __cplusplus

@@ -2,6 +2,7 @@
 // combinations (OR of members); either may be inverted.
 #include <string>
 
+#include "platform/Boundary.h"
 #include "platform/Heap.h"
 #include "platform/WideText.h"
 #include "store/Allocator.h"
@@ -114,14 +115,13 @@ Q9DB_API HRESULT Q9Db_createIdListFilterW(Q9DbNode* db, int32_t mode, const char
 Q9DB_API HRESULT Q9Db_createIdListFilterA(Q9DbNode* db, int32_t mode, const char* ids,
                                           Q9DbFilter** out) {
   std::u16string wide;
-  try {  // converting the ids may run out of memory; no exception may leave the interface
+  // Converting the ids may run out of memory.
+  return platform::guarded([&] {
     return createIdList(db, mode, ids, out, [&wide](const char* id) {
       wide = platform::narrowToWide(id);
       return wide.c_str();
     });
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
-  }
+  });
 }
 
 Q9DB_API HRESULT Q9Db_createCombinationFilter(int32_t mode, Q9DbFilter** out) {

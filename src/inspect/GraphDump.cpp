@@ -10,6 +10,7 @@
 
 #include "Q9Db.h"
 #include "inspect/NodeLabel.h"
+#include "platform/Boundary.h"
 #include "platform/WideText.h"
 #include "store/Database.h"
 
@@ -224,25 +225,24 @@ extern "C" {
 Q9DB_API HRESULT Q9Db_dumpDot(Q9DbNode* db, const char16_t* fileName, uint16_t language,
                               uint16_t fallback) {
   if (!asDatabase(db) || !fileName) return E_INVALIDARG;
-  std::FILE* out = std::fopen(platform::utf16ToUtf8(fileName).c_str(), "w");
-  if (!out) return E_UNEXPECTED;
+  std::FILE* out = nullptr;
+  if (platform::guarded([&] { out = std::fopen(platform::utf16ToUtf8(fileName).c_str(), "w"); }) != S_OK ||
+      !out)
+    return E_UNEXPECTED;
   Q9DbNode* collections = nullptr;
   Q9Db_getDatabaseCollections(db, &collections);
   // Out of memory midway leaves a graph that can't be written whole; the
-  // failure stays on this side of the interface.
-  bool whole = true;
-  try {
-    DotWriter(out, language, fallback)
-        .writeGraph(static_cast<ObjectBase*>(static_cast<void*>(collections)));
-  } catch (...) {
-    whole = false;
-  }
+  // documented answer for it, as for a file that can't be opened, is
+  // E_UNEXPECTED rather than E_OUTOFMEMORY.
+  const HRESULT written = platform::guarded([&] {
+    DotWriter(out, language, fallback).writeGraph(static_cast<ObjectBase*>(static_cast<void*>(collections)));
+  });
   // Write errors (a full disk, a failing fclose) are not looked at: the
   // answers are S_OK, E_INVALIDARG and E_UNEXPECTED for a file that can't be
   // opened, and the graph is a side output for people. A caller that needs
   // the whole file checks it: q9db's dot looks for the closing brace.
   std::fclose(out);
-  return whole ? S_OK : E_UNEXPECTED;
+  return written == S_OK ? S_OK : E_UNEXPECTED;
 }
 
 }  // extern "C"

@@ -35,6 +35,15 @@ void pushWideTextOrEmpty(lua_State* L, const char16_t* text);
 // printf-style formatting into at most 2048 UTF-16 units, pushed as UTF-8.
 void pushFormatted(lua_State* L, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+// ---- Exceptions --------------------------------------------------------
+// C++ code that can throw runs inside platform::guarded (platform/Boundary.h)
+// when Lua calls it: an exception must not unwind Lua's C frames. The
+// failed status then becomes this Lua error, raised once the exception is
+// gone (a long jump out of a handler would leak it).
+inline int raiseFailure(lua_State* L, HRESULT status) {
+  return luaL_error(L, "%s", status == E_OUTOFMEMORY ? "not enough memory" : "unexpected failure inside the library");
+}
+
 // ---- Numbers -----------------------------------------------------------
 // The value's text form read like strtoul with base 0 into 32 or 64 bits;
 // 0 for a value without a string form.

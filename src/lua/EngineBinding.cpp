@@ -14,6 +14,7 @@
 #include "Q9DbLua.h"
 #include "import/NativeImport.h"
 #include "lua/Binding.h"
+#include "platform/Boundary.h"
 #include "store/Nodes.h"
 
 namespace q9 {
@@ -23,7 +24,10 @@ constexpr char kReportMeta[] = "Q9Db.ImportReport";
 
 ImportReport* newReport(lua_State* L, const char* path) {
   void* block = lua_newuserdata(L, sizeof(ImportReport));
-  auto* report = new (block) ImportReport(path);
+  ImportReport* report = nullptr;
+  // Without its metatable yet, the block is never destroyed as a report.
+  const HRESULT made = platform::guarded([&] { report = new (block) ImportReport(path); });
+  if (made != S_OK) lua::raiseFailure(L, made);
   if (luaL_newmetatable(L, kReportMeta)) {
     lua_pushcfunction(L, [](lua_State* S) {
       static_cast<ImportReport*>(lua_touserdata(S, 1))->~ImportReport();
@@ -55,17 +59,19 @@ int finish(lua_State* L, const ImportReport& report, int reportIndex) {
   return 1;
 }
 
-// Runs work, turning an exhausted heap into the report's failure; nothing
-// else leaves the engine.
+// Runs work, turning what it throws (an exhausted heap, in practice) into
+// the report's failure. Recording that takes memory too; when even that
+// fails, the bare Lua error is raised at once.
 template <typename Work>
-void guarded(ImportReport& report, Work work) {
-  try {
+void runEngine(lua_State* L, ImportReport& report, Work work) {
+  const HRESULT status = platform::guarded([&] {
     if (!work() && !report.failed()) report.fail({}, "the import failed");
-  } catch (const std::bad_alloc&) {
-    report.fail({}, "not enough memory");
-  } catch (const std::exception& e) {
-    report.fail({}, e.what());
-  }
+  });
+  if (status == S_OK) return;
+  const HRESULT noted = platform::guarded([&] {
+    report.fail({}, status == E_OUTOFMEMORY ? "not enough memory" : "unexpected failure in the import engine");
+  });
+  if (noted != S_OK) lua::raiseFailure(L, status);
 }
 
 template <bool (*engine)(Q9DbNode*, Q9DbNode*, const std::string&, const ImportOptions&, ImportReport&)>
@@ -77,7 +83,7 @@ int importWith(lua_State* L) {
   const lua_Integer language = luaL_optinteger(L, 5, 0);
   luaL_argcheck(L, language >= 0 && language <= 0xFFFF, 5, "language from 0 to 65535");
   ImportReport* report = newReport(L, path);
-  guarded(*report, [&] {
+  runEngine(L, *report, [&] {
     ImportOptions options;
     if (prefix && *prefix) options.prefix = prefix;
     options.language = uint16_t(language);
@@ -90,7 +96,7 @@ template <bool (*engine)(const std::string&, ImportReport&)>
 int describeWith(lua_State* L) {
   const char* path = luaL_checkstring(L, 1);
   ImportReport* report = newReport(L, path);
-  guarded(*report, [&] { return engine(path, *report); });
+  runEngine(L, *report, [&] { return engine(path, *report); });
   return finish(L, *report, 2);
 }
 
@@ -98,7 +104,7 @@ int databaseIdDBC(lua_State* L) {
   const char* path = luaL_checkstring(L, 1);
   // The answer waits in the userdata's report while Lua copies it.
   ImportReport* report = newReport(L, path);
-  guarded(*report, [&] {
+  runEngine(L, *report, [&] {
     if (const auto found = dbcDatabaseId(path)) report->info(kSubjectFile, *found);
     return true;
   });

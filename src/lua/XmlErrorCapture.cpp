@@ -7,6 +7,8 @@
 #include <libxml/globals.h>
 #include <libxslt/xsltutils.h>
 
+#include "platform/Boundary.h"
+
 namespace q9::xsl {
 namespace {
 
@@ -35,10 +37,14 @@ std::string formatted(const char* format, va_list args) {
 void dispatchProcessorMessage(void*, const char* format, ...) {
   va_list args;
   va_start(args, format);
-  const std::string message = formatted(format, args);
+  std::string message;
+  const HRESULT kept = platform::guarded([&] {
+    message = formatted(format, args);
+    if (activeCapture) activeCapture->append(message);
+  });
   va_end(args);
   if (activeCapture) {
-    activeCapture->append(message);
+    if (kept != S_OK) activeCapture->loseMessage();
     return;
   }
   xmlGenericErrorFunc handler;
@@ -48,7 +54,7 @@ void dispatchProcessorMessage(void*, const char* format, ...) {
     handler = replacedHandler;
     context = replacedContext;
   }
-  if (handler) handler(context, "%s", message.c_str());
+  if (handler) handler(context, "%s", kept == S_OK ? message.c_str() : "(a message was lost: out of memory)\n");
 }
 
 void installDispatcher() {
@@ -85,6 +91,7 @@ void XmlErrorCapture::listenTo(xsltTransformContextPtr transformation) {
 
 void XmlErrorCapture::clear() {
   hasParserError_ = false;
+  lostMessages_ = false;
   parserError_ = ParserError{};
   text_.clear();
 }
@@ -92,22 +99,27 @@ void XmlErrorCapture::clear() {
 void XmlErrorCapture::append(const std::string& message) { text_ += message; }
 
 void XmlErrorCapture::onMessage(void* self, const char* format, ...) {
+  auto* capture = static_cast<XmlErrorCapture*>(self);
   va_list args;
   va_start(args, format);
-  static_cast<XmlErrorCapture*>(self)->append(formatted(format, args));
+  const HRESULT kept = platform::guarded([&] { capture->append(formatted(format, args)); });
   va_end(args);
+  if (kept != S_OK) capture->loseMessage();
 }
 
 void XmlErrorCapture::onStructured(void* self, xmlErrorPtr error) {
   auto* capture = static_cast<XmlErrorCapture*>(self);
   // Warnings don't stop a load; what does is an error.
   if (!error || error->level < XML_ERR_ERROR) return;
-  const std::string message = error->message ? error->message : "";
-  if (!capture->hasParserError_) {
-    capture->hasParserError_ = true;
-    capture->parserError_ = ParserError{error->code, error->line, error->int2, trimmed(message)};
-  }
-  capture->append(message);
+  const HRESULT kept = platform::guarded([&] {
+    const std::string message = error->message ? error->message : "";
+    if (!capture->hasParserError_) {
+      capture->parserError_ = ParserError{error->code, error->line, error->int2, trimmed(message)};
+      capture->hasParserError_ = true;
+    }
+    capture->append(message);
+  });
+  if (kept != S_OK) capture->loseMessage();
 }
 
 std::string trimmed(std::string text) {

@@ -41,12 +41,17 @@ class XmlErrorCapture {
   // All messages in the order they came, as text.
   const std::string& text() const { return text_; }
   void append(const std::string& message);
+  // Whether a message since the last clear couldn't be kept for want of
+  // memory: the handlers are called by C code, so they throw nothing.
+  bool lostMessages() const { return lostMessages_; }
+  void loseMessage() { lostMessages_ = true; }
 
  private:
   static void onStructured(void* self, xmlErrorPtr error);
   static void onMessage(void* self, const char* format, ...);
 
   bool hasParserError_ = false;
+  bool lostMessages_ = false;
   ParserError parserError_;
   std::string text_;
   XmlErrorCapture* outer_;

@@ -1,6 +1,7 @@
 #include "lua/XslSession.h"
 
 #include <cctype>
+#include <memory>
 #include <mutex>
 
 #include <libxml/parser.h>
@@ -73,22 +74,19 @@ XslSession::~XslSession() {
 
 std::optional<Failure> XslSession::load(const std::string& fileName, Document& out) {
   capture_.clear();
-  xmlParserCtxtPtr parser = xmlNewParserCtxt();
+  // Owned, since building the failure's text may throw.
+  const std::unique_ptr<xmlParserCtxt, void (*)(xmlParserCtxtPtr)> parser(xmlNewParserCtxt(), xmlFreeParserCtxt);
   if (!parser) return outOfMemory();
-  out.reset(xmlCtxtReadFile(parser, fileName.c_str(), nullptr, kLoadOptions));
-  std::optional<Failure> failure;
-  if (!out) {
-    ParserError error = capture_.parserError();
-    if (!capture_.hasParserError()) {
-      const xmlError* last = xmlCtxtGetLastError(parser);
-      error = last ? ParserError{last->code, last->line, last->int2,
-                                 trimmed(last->message ? last->message : "")}
-                   : ParserError{int(E_FAIL), 0, 0, "the document can't be loaded"};
-    }
-    failure = parseFailure(fileName, error);
+  out.reset(xmlCtxtReadFile(parser.get(), fileName.c_str(), nullptr, kLoadOptions));
+  if (out) return std::nullopt;
+  if (capture_.lostMessages()) return outOfMemory();
+  ParserError error = capture_.parserError();
+  if (!capture_.hasParserError()) {
+    const xmlError* last = xmlCtxtGetLastError(parser.get());
+    error = last ? ParserError{last->code, last->line, last->int2, trimmed(last->message ? last->message : "")}
+                 : ParserError{int(E_FAIL), 0, 0, "the document can't be loaded"};
   }
-  xmlFreeParserCtxt(parser);
-  return failure;
+  return parseFailure(fileName, error);
 }
 
 std::optional<Failure> XslSession::compile(const std::string& fileName, Stylesheet& out) {
@@ -100,6 +98,7 @@ std::optional<Failure> XslSession::compile(const std::string& fileName, Styleshe
   if (out) document.release();
   if (!out || out->errors != 0) {
     out.reset();
+    if (capture_.lostMessages()) return outOfMemory();
     return processorFailure(fileName, capture_.text(), "The stylesheet doesn't compile.\n");
   }
   return std::nullopt;
@@ -119,6 +118,7 @@ std::optional<Failure> XslSession::apply(xsltStylesheet* stylesheet, xmlDoc* inp
   xsltFreeTransformContext(transformation);
   if (!failed) return std::nullopt;
   out.reset();
+  if (capture_.lostMessages()) return outOfMemory();
   return processorFailure(inputName, capture_.text(),
                           ("Transformation failed (" + inputName + ").").c_str());
 }

@@ -3,7 +3,9 @@
 #include <cstring>
 #include <string>
 
+#include "lua/Binding.h"
 #include "lua/XslSession.h"
+#include "platform/Boundary.h"
 
 namespace {
 
@@ -88,7 +90,9 @@ int transform(lua_State* L, Verdict& verdict) {
 
 int Q9Lua_xslTransform(lua_State* L) {
   Verdict verdict{Verdict::Results, nullptr, 0};
-  const int results = transform(L, verdict);
+  int results = 0;
+  const HRESULT status = q9::platform::guarded([&] { results = transform(L, verdict); });
+  if (status != S_OK) return q9::lua::raiseFailure(L, status);
   switch (verdict.kind) {
     case Verdict::Results:
       break;

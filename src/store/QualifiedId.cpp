@@ -2,6 +2,7 @@
 #include <new>
 #include <string>
 
+#include "platform/Boundary.h"
 #include "store/Database.h"
 #include "store/StringStore.h"
 
@@ -19,12 +20,11 @@ Q9DB_API HRESULT Q9Db_getQualifiedId(Q9DbNode* node, BSTR* out) {
   Q9Db* db = element->databaseRef;
   if (!db) return E_UNEXPECTED;
   std::u16string text;
-  try {  // no exception may leave the interface
+  const HRESULT joined = platform::guarded([&] {
     if (db->eid) text.append(db->eid).append(kSeparator);
     if (element->eid) text.append(element->eid);
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
-  }
+  });
+  if (joined != S_OK) return joined;
   BSTR result = SysAllocStringLen(text.data(), uint32_t(text.size()));
   if (!result) return E_OUTOFMEMORY;
   *out = result;

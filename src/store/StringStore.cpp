@@ -3,6 +3,7 @@
 #include <cstring>
 #include <new>
 
+#include "platform/Boundary.h"
 #include "platform/Heap.h"
 #include "platform/WideText.h"
 #include "store/Allocator.h"
@@ -111,7 +112,10 @@ const char16_t* internText(StringStore* store, const char16_t* text) {
 
 const char16_t* internTextA(StringStore* store, const char* text) {
   if (!text) return nullptr;
-  std::u16string wide = platform::narrowToWide(text);
+  // The wide copy comes from the standard library, which throws where
+  // internText answers null.
+  std::u16string wide;
+  if (platform::guarded([&] { wide = platform::narrowToWide(text); }) != S_OK) return nullptr;
   return internText(store, wide.c_str());
 }
 
