@@ -102,6 +102,15 @@ def test_switch_values_decide_what_is_encoded(values, decoded):
     assert db.decode("Diag", db.encode("Diag", values)) == decoded
 
 
+@pytest.mark.parametrize("values, payload", [
+    ({"Sel": 0}, "00aa000000000000"),  # A goes out at its start value
+    ({"Sel": 1, "B": 5}, "0100050000000000"),  # A's part isn't carried: its bits stay clear
+])
+def test_a_part_the_switch_does_not_select_leaves_no_bits(values, payload):
+    db = q9db.load(DATA / "part_start_value.dbc")
+    assert db.encode("Mux", values).hex() == payload
+
+
 @pytest.mark.parametrize("frame, values, options, error, message", [
     ("EngineStatus", {"EngineSpeed": 20000}, {}, ValueError,
      r"EngineStatus.EngineSpeed: 20000 is out of the signal's range 0 .. 16383.75"),

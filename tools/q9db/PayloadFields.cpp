@@ -113,6 +113,14 @@ uint32_t PayloadFields::switchCode(Q9DbNode* pdu, Image image, int64_t offset) c
 }
 
 bool PayloadFields::multiplexedPdu(FieldVisitor& visitor, Q9DbNode* pdu, Image image, int64_t offset, int depth) {
+  Q9DbNode* fixed = nullptr;
+  Q9Db_getStaticPart(pdu, &fixed);
+  bool changed = false;
+  // The static part's signals come first, as the decoder gives them. The
+  // switch is read after them: a writer that sets the switch there gets
+  // its part in the same walk, and never writes a part the switch it set
+  // doesn't select (whose bits would stay behind in the payload).
+  if (fixed) changed |= part(visitor, fixed, image, offset, depth);
   const uint32_t code = switchCode(pdu, image, offset);
   Q9DbNode* selected = nullptr;
   forEachNode(Q9Db_enumDynamicParts, pdu, [&](Q9DbNode* part) {
@@ -120,11 +128,6 @@ bool PayloadFields::multiplexedPdu(FieldVisitor& visitor, Q9DbNode* pdu, Image i
     if (!selected && Q9Db_getSwitchCode(part, &partCode) == S_OK && partCode == code) selected = part;
   });
   if (!selected) Q9Db_getElsePart(pdu, &selected);
-  Q9DbNode* fixed = nullptr;
-  Q9Db_getStaticPart(pdu, &fixed);
-  bool changed = false;
-  // The static part's signals come first, as the decoder gives them.
-  if (fixed) changed |= part(visitor, fixed, image, offset, depth);
   if (selected) changed |= part(visitor, selected, image, offset, depth);
   return changed;
 }
