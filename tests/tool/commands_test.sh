@@ -350,6 +350,8 @@ run "J1939 by parameter group" 0 "$q9db" decode "$dbc" --j1939 --log "$data/j193
 run "J1939 off" 0 "$q9db" decode "$dbc" --log "$data/j1939.log" -f line
 [ "$(grep -c BatteryStatus <<<"$out")" -eq 1 ] || fail "J1939 off: only the described identifier decodes"
 has err "j1939.log: 2 frames of identifiers no description knows passed over"
+run "stats, J1939 by parameter group" 0 "$q9db" stats "$dbc" --j1939 --log "$data/j1939.log" -f csv
+[ "$(grep -c '^frame,can0,.*,true,BatteryStatus,' <<<"$out")" -eq 3 ] || fail "$current: every source is the frame: $out"
 
 # Compressed captures, from a file or a pipe; a cut one is an input error.
 "$q9db" decode "$dbc" --log "$capture" >"$scratch/plain.txt"

@@ -43,11 +43,17 @@ bool BusChannels::import(Network& network, const std::vector<std::string>& files
 }
 
 std::vector<const DescribedFrame*> BusChannels::find(const DescribedFrames& described, std::string_view interface,
-                                                     uint32_t identifier, bool extended) {
+                                                     uint32_t identifier, bool extended, bool byParameterGroup) {
   std::vector<const DescribedFrame*> found;
-  if (const std::vector<Q9DbNode*>* channels = channelsFor(interface))
+  const std::vector<Q9DbNode*>* channels = channelsFor(interface);
+  if (!channels) return found;
+  for (Q9DbNode* channel : *channels) {
+    std::vector<const DescribedFrame*> on = described.find(identifier, extended, channel);
+    found.insert(found.end(), on.begin(), on.end());
+  }
+  if (found.empty() && byParameterGroup && extended)
     for (Q9DbNode* channel : *channels) {
-      std::vector<const DescribedFrame*> on = described.find(identifier, extended, channel);
+      std::vector<const DescribedFrame*> on = described.findParameterGroup(identifier, channel);
       found.insert(found.end(), on.begin(), on.end());
     }
   return found;

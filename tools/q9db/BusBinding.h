@@ -43,9 +43,10 @@ class BusChannels {
   std::vector<Q9DbNode*> allChannels() const;
   // The described frames of identifier on the channels that serve
   // interface, the first channel's first; none when no description serves
-  // it.
+  // it. With byParameterGroup, an extended identifier no frame has finds
+  // the frames of its J1939 parameter group.
   std::vector<const DescribedFrame*> find(const DescribedFrames& described, std::string_view interface,
-                                          uint32_t identifier, bool extended);
+                                          uint32_t identifier, bool extended, bool byParameterGroup = false);
 
  private:
   std::vector<Q9DbNode*> everyBus_;

@@ -56,6 +56,7 @@ int runSimulate(const SimulateOptions& options);
 struct StatsOptions {
   std::vector<std::string> files;     // descriptions of every bus
   std::vector<std::string> bindings;  // INTERFACE=FILE: a description of one bus
+  bool j1939 = false;                 // extended frames found by parameter group too
   std::string log;  // empty or "-": standard input
   Format format = Format::Text;
   uint32_t bitrate = 500000;       // nominal, bit/s

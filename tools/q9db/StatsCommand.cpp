@@ -29,10 +29,10 @@ namespace {
 // serve, each once however many channels carry it, in the order of their
 // identifiers.
 std::vector<const DescribedFrame*> framesNotSeen(const DescribedFrames& described, BusChannels& buses,
-                                                 const FrameStatistics& statistics) {
+                                                 const FrameStatistics& statistics, bool j1939) {
   std::unordered_set<Q9DbNode*> seen;
   for (const IdentifierStatistics* id : statistics.identifiers())
-    for (const DescribedFrame* f : buses.find(described, id->interface, id->identifier, id->extended))
+    for (const DescribedFrame* f : buses.find(described, id->interface, id->identifier, id->extended, j1939))
       seen.insert(f->frame);
   std::vector<const DescribedFrame*> notSeen;
   for (const DescribedFrame& f : described.all())
@@ -67,6 +67,10 @@ CLI::App* addStatsCommand(CLI::App& app, StatsOptions& options) {
   command->add_option("--bus", options.bindings,
                       "INTERFACE=FILE: describe the frames of one bus with this file alone (repeatable);\n"
                       "files given without a bus serve the other buses");
+  command->add_flag("--j1939", options.j1939,
+                    "Describe an extended frame whose identifier differs from the description only in\n"
+                    "priority, source or destination address (J1939 parameter groups); each identifier\n"
+                    "still has its own row");
   command->add_option("--log,-l", options.log, "Capture to read, also gzip or xz compressed; '-' or none: standard input");
   command
       ->add_option_function<std::string>(
@@ -104,7 +108,7 @@ int runStats(const StatsOptions& options) {
     if (!buses.channelsFor(interface) && unbound.emplace(interface).second)
       std::fprintf(stderr, "q9db: %s: %.*s: no description is bound to this bus; its frames count as unknown\n",
                    logName.c_str(), int(interface.size()), interface.data());
-    auto found = buses.find(described, interface, identifier, extended);
+    auto found = buses.find(described, interface, identifier, extended, options.j1939);
     return found.empty() ? nullptr : found.front();  // the decoder too takes the first channel's
   });
   StatsReport report{statistics, {options.bitrate, options.dataBitrate}, {}, logName};
@@ -159,7 +163,7 @@ int runStats(const StatsOptions& options) {
       std::fprintf(stderr, "q9db: %s: %s: %llu; %s\n", logName.c_str(), note.what,
                    static_cast<unsigned long long>(note.count), note.consequence);
 
-  report.notSeen = framesNotSeen(described, buses, statistics);
+  report.notSeen = framesNotSeen(described, buses, statistics, options.j1939);
   Output out(STDOUT_FILENO);
   writeStats(out, options.format, report);
   if (!out.flush() && out.error() != EPIPE) {  // a reader that went away is no error
