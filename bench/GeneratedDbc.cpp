@@ -1,3 +1,7 @@
+// Messages and their signal lines are written as they are drawn, while the
+// comments, attributes, value texts and value types they call for gather in
+// a trailer that follows them, as the sections stand in a file. Identifiers
+// never repeat; once the standard ones run out, every further one is extended.
 #include "GeneratedDbc.h"
 
 #include <cmath>

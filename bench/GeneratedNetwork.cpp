@@ -1,3 +1,7 @@
+// Every signal gets a coding of its own with its decoding and, when linear, the
+// inverse for encoding. A multiplexed message keeps its selector and a few
+// signals in a 16-bit static part and the rest in parts by switch code, now and
+// then with an else part; a masked triggering covers a range of identifiers.
 #include "GeneratedNetwork.h"
 
 #include <cmath>

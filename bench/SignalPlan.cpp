@@ -1,3 +1,7 @@
+// Signals are laid end to end from the first bit, each length drawn so that
+// those still to come keep a bit each. A float that can't have its 32 bits
+// becomes a scaled signal, and a big-endian signal's start bit has the bit
+// within its byte mirrored, as description files number it.
 #include "SignalPlan.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// Messages are decoded per bus and channel in large runs, the record buffer
+// growing when one message holds more signals than it. Those no run decoded
+// are then matched against the described frames to say why, or decoded at
+// their described length when only FD padding differs.
 #include "BatchDecoder.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// Lines are cut from one buffer that grows only for a line longer than it,
+// up to a limit past which the file is no capture. A byte range is entered
+// at the byte before it, whose line belongs to the range before; compressed
+// files are read whole. The first malformed lines are kept to be shown.
 #include "CaptureReader.h"
 
 #include <fcntl.h>

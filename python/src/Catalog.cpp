@@ -1,3 +1,7 @@
+// Only triggerings by identifier or by mask enter, as nothing else can be
+// found from a log of identifiers. Slots and value texts are numbered up
+// front in frame order, so that the codes a decoded log uses depend on the
+// database alone, not on what the log holds.
 #include "Catalog.h"
 
 #include "DescribedFrames.h"

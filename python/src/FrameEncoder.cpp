@@ -1,3 +1,7 @@
+// The frame is walked again and again, each walk writing the switches the
+// next goes by, until two walks visit the same signals; a bound on the walks
+// covers the deepest nesting. Every value given is checked before it is
+// written, and a failure names the frame, the signal and what is wrong.
 #include "FrameEncoder.h"
 
 #include <cmath>

@@ -1,3 +1,7 @@
+// The channels a file brought are those that weren't there before its
+// import, which is how they are bound to the file's bus. Which channels serve
+// a bus is worked out on first asking and kept until the next file; a failed
+// import's last warning, being its failure, isn't repeated among the reports.
 #include "NativeDatabase.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// Linear computations compose while each one's first range holds what the
+// chain gives so far, with a little slack for rounding; the first whose
+// range doesn't starts another piece, and the scaling stops there. Infinite
+// limits read as no limits.
 #include "SignalFacts.h"
 
 #include <cmath>

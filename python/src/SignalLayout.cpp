@@ -1,3 +1,7 @@
+// The walk keeps a stack of the segments of the parts it is in and maps a
+// field back out level by level; a piece of a big-endian segment has no
+// single place in the frame and keeps the one it has inside its part.
+// Nesting stops where the decoder's does.
 #include "SignalLayout.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// The coding is read twice: once to count its steps and ranges, so that the
+// block is claimed at its final size, and once to fill it. Nothing is
+// compiled when a computation belongs to another database, whose changes
+// would not take the block away; the raw value's typing is chosen here.
 #include "codec/CompiledDecoding.h"
 
 #include <limits>

@@ -1,3 +1,7 @@
+// A plan is built in two passes over the same nodes, the first only
+// measuring, so that the block is claimed at its final size. A node of
+// another database, nested multiplexing, or dynamic parts a table by code
+// wouldn't find as the walk's search does leave that piece to the walk.
 #include "codec/DecodePlan.h"
 
 #include <utility>

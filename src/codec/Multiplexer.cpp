@@ -1,3 +1,7 @@
+// A part with segments is pushed only once they are all copied into its
+// stack entry's buffer: a malformed segment leaves the whole part out. A
+// switch the message doesn't hold selects no dynamic part, the static part
+// is pushed anyway, and the walk's push budget stops parts that loop.
 #include "codec/Multiplexer.h"
 
 #include <cstring>

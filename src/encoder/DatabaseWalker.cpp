@@ -1,3 +1,7 @@
+// Operations are found through a table of member pointers by class code;
+// where the walk goes from a node whose operation said kWalkInto is decided
+// by class in one switch, upward or downward. A nesting limit cuts off a
+// branch where the graph leads back into itself, so the stack stays bounded.
 #include "encoder/DatabaseWalker.h"
 
 #include "encoder/MemberWalk.h"

@@ -1,3 +1,7 @@
+// Everything the schedule needs lives in one block sized by Build, so a
+// trigger never allocates. Heaps keep each record's slot current, so a
+// record whose due time changes can be taken out of the middle; the records
+// taken for a turn run from a heap keyed so that the newest active comes first.
 #include "encoder/EncoderSchedule.h"
 
 #include <cstring>

@@ -1,3 +1,7 @@
+// Records and the index slots share one zeroed block; Seal shrinks it to the
+// count while nothing links to the records yet, and keeps the larger one if
+// the smaller can't be had. Each record's image is a heap block of its own,
+// and the lists are linked through the records themselves.
 #include "encoder/EncoderStore.h"
 
 #include <algorithm>

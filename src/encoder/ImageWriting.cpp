@@ -1,3 +1,7 @@
+// Fields go in through the bit helpers, which clip at the target's size, and a
+// whole-byte little-endian field in place is a plain copy. A part with segments
+// is laid out segment by segment; one without is overlaid signal by signal, so
+// the other parts' signals in the multiplexed image stay as they were.
 #include "encoder/ImageWriting.h"
 
 #include <algorithm>

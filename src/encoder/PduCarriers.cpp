@@ -1,3 +1,6 @@
+// Two passes over each PDU's parents, the first counting and the second
+// filling, so that all carriers fit in one block: where each record's
+// carriers start, then the carriers themselves.
 #include "encoder/PduCarriers.h"
 
 #include <cstring>

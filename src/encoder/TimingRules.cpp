@@ -1,3 +1,7 @@
+// Time sums are tested against overflow rather than computed, so a last
+// send near the end of time can't wrap into the past. The next send time is
+// sought only where some rule comes due, since which rule answers first can
+// change nowhere else.
 #include "encoder/TimingRules.h"
 
 #include "encoder/MemberWalk.h"

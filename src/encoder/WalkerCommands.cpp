@@ -1,3 +1,7 @@
+// A command is a target and a result kept in fields that the class
+// operations test and update as the walk passes; an index to count down
+// lives in the target's low half. An operation that has counted answers
+// kWalkSkip, so the count doesn't go on into what it counted.
 #include "encoder/WalkerCommands.h"
 
 #include "store/Nodes.h"

@@ -1,3 +1,7 @@
+// A prefix or id that is taken gets "#2", "#3"... until one is free; the
+// prefix is checked by a walk over the whole name index, so it sees every
+// registered id. Ids are built in one reused buffer, and every failing call
+// becomes a BuildFailure naming what was being done and the status.
 #include "import/BuildSupport.h"
 
 #include <cstdio>

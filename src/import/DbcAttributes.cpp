@@ -1,3 +1,7 @@
+// Integers are read by hand, so a decimal too large for 64 bits becomes a
+// real rather than being clipped; reals go through the locale-free reader,
+// and "inf" and "nan" stay texts, as they name things in these files. Reals
+// print with a decimal point, so they still read back as reals.
 #include "import/DbcAttributes.h"
 
 #include <cerrno>

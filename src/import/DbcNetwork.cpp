@@ -1,3 +1,7 @@
+// One resolver applies the statements in a fixed order (definitions, comments,
+// value texts and types, multiplexing ranges, attributes), then resolves each
+// message. References to what the file doesn't define, and signals that can't
+// be decoded from their frame, are reported where they stand.
 #include "import/DbcNetwork.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// Ids follow the file's names and are made unique only where a name repeats.
+// A coding puts its value texts before its scaling; an integer signal with
+// factor one and a fractional offset is scaled by two negations so that the
+// offset isn't cut, and the inverses round to the nearest raw value.
 #include "import/DbcNodeBuilder.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// The planner works from each signal's selector (the switch whose values
+// select it) and recurses: in each scope the first switch that selects
+// something there, or the message's own at the top, splits it into parts.
+// Every value of a range gets a part, up to a bound beyond which it warns.
 #include "import/DbcPduPlan.h"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// Bytes are scanned as they stand and converted to UTF-8 only when a token's
+// text is asked for and holds a byte above 127. Strings know no escapes, and
+// in line mode a newline is a token, for statements that end with the line.
 #include "import/DbcScanner.h"
 
 #include <cstring>

@@ -1,3 +1,6 @@
+// Texts are formatted through a stack buffer and go to the heap only when
+// longer. A warning with a position is prefixed with the file, line and column;
+// of failures only the first is kept, as later ones mostly follow from it.
 #include "import/ImportReport.h"
 
 #include <cstdarg>

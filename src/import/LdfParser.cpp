@@ -1,3 +1,7 @@
+// The sections are driven by one table of keyword, presence rule and body
+// reader, so their fixed order and the version rules stand in one place. A
+// missing required section fails as the keyword that was expected there;
+// whatever follows the last section is not read.
 #include "import/LdfParser.h"
 
 #include "import/LuaTree.h"

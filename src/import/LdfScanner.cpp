@@ -1,3 +1,6 @@
+// Line and block comments are skipped between tokens, and a slash that starts
+// neither is a token of its own. Strings take backslash escapes (\n, \r, \t, or
+// the character itself); an unclosed comment or string ends with the file.
 #include "import/LdfScanner.h"
 
 #include <new>

@@ -1,3 +1,7 @@
+// The scanner's holder is a heap block outside the protected call, so it is
+// freed whether the parser returns or jumps out. The collector rests during
+// the parse, as the tree being built is all reachable anyway; out of memory
+// and a read that broke off are told apart from a syntax error.
 #include "import/RawImport.h"
 
 #include "platform/Heap.h"

@@ -1,3 +1,7 @@
+// A number's text is gathered by a small state machine and converted once at
+// the end: a leading zero means octal, a sign before a hexadecimal number is
+// refused, and integers beyond 32 bits stop at the nearest limit instead of
+// wrapping. A sign that no digit follows is a token of its own.
 #include "import/ScannerCore.h"
 
 #include <cerrno>

@@ -1,3 +1,7 @@
+// The encoding is decided by one pass over the whole file: a byte that
+// doesn't start a well-formed, shortest-form sequence makes it the
+// single-byte code page, converted to UTF-8 once. A byte order mark is
+// dropped before the test and noted in the encoding.
 #include "import/SourceText.h"
 
 #include <cerrno>

@@ -1,3 +1,6 @@
+// Every block keeps two bytes past its capacity for the terminator, and
+// growth stops short of where doubling would overflow the size, so a huge
+// token fails cleanly as out of memory instead of wrapping.
 #include "import/TokenBuffer.h"
 
 #include <cstring>

@@ -1,3 +1,6 @@
+// Escaping puts a backslash before each character a record label reads as
+// structure; the cut then steps over escapes and surrogate pairs as units,
+// which holds because every backslash left in the text starts an escape.
 #include "inspect/DotLabelText.h"
 
 namespace q9::dot {

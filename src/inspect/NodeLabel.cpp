@@ -1,3 +1,7 @@
+// A table by node class appends the class's own details (identifiers, bit
+// positions, lengths) after the id, each formatted through a small fixed
+// buffer; details and long ids are cut to limits, so no node makes a label
+// too long. Nodes a client marked with params 1 to 10 get a fill colour.
 #include "inspect/NodeLabel.h"
 
 #include <algorithm>

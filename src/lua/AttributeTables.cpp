@@ -1,3 +1,7 @@
+// One table per concrete class, built from four shared heads that widen down
+// the class hierarchy, so each field is declared once per level. Readers copy
+// fields out with memcpy, lists come back as iterators, and the class index
+// is checked at compile time to be sorted for the halving search.
 #include "lua/AttributeTables.h"
 
 #include <algorithm>

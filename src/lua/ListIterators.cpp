@@ -1,3 +1,7 @@
+// Each iteration's state is a userdata upvalue of its closure, so the
+// collector frees it with the closure. An iterator checks the upvalue's size
+// before use, since the debug library can swap it, and a node list that
+// fails part way answers nil and the status rather than just stopping.
 #include "lua/ListIterators.h"
 
 namespace q9::lua {

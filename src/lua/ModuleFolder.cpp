@@ -1,3 +1,6 @@
+// The folder is found by asking the dynamic loader which file holds this very
+// function, with links resolved, so the scripts are looked for beside the
+// real library file; tests can name a folder instead.
 #include "lua/ModuleFolder.h"
 
 #include <dlfcn.h>

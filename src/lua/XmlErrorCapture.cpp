@@ -1,3 +1,7 @@
+// Each message is formatted inside a guard (on the stack when it is short, on
+// the heap when not), so one that can't be kept marks the capture as having
+// lost a message instead of throwing through the parser's C frames. Only the
+// first error-level report becomes the parser error; warnings are dropped.
 #include "lua/XmlErrorCapture.h"
 
 #include <cstdarg>

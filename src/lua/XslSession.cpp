@@ -1,3 +1,7 @@
+// The forbidden operations are set up once per session and set on every
+// transformation. Every failure becomes a number and a text naming the file
+// and the line, the line taken from the processor's message when it gives
+// one; a message lost for want of memory reports as out of memory.
 #include "lua/XslSession.h"
 
 #include <cctype>

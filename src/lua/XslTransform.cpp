@@ -1,3 +1,6 @@
+// The work runs inside a guard and records what to raise in a verdict: the
+// Lua error is raised only once the session and its documents are destroyed,
+// since Lua raises by longjmp, which would skip their destructors.
 #include "lua/XslTransform.h"
 
 #include <cstring>

@@ -1,3 +1,6 @@
+// The "C" locale is made once and kept for the process, so a conversion
+// never touches the global locale, which other threads and the host
+// application may be using; if it can't be made, plain strtod stands in.
 #include "platform/CNumbers.h"
 
 #include <locale.h>

@@ -1,3 +1,6 @@
+// A countdown of allowed allocations stands in for a failing heap: once it
+// runs out, every later allocation fails too, until a test resets it. A
+// request for zero bytes takes one, so null always means failure.
 #include "platform/Heap.h"
 
 #include <atomic>

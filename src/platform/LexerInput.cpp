@@ -1,3 +1,6 @@
+// Paths reach the file system as UTF-8. A folder is refused when it is
+// opened rather than at the first read, and a read error is kept apart from
+// the end of the file, so a scanner can tell a short file from a broken one.
 #include "platform/LexerInput.h"
 
 #include <sys/stat.h>

@@ -1,3 +1,7 @@
+// Conversions take ASCII runs eight bytes at a time, since names and ids are
+// mostly ASCII. Malformed or overlong UTF-8 and lone surrogates become
+// U+FFFD; bytes the locale can't read keep their value as code units, and
+// the single-byte code page maps its five unassigned bytes to C1 controls.
 #include "platform/WideText.h"
 
 #include <cstdint>

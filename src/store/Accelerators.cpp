@@ -1,3 +1,7 @@
+// The room is one heap block carved by an atomic bump, so readers on several
+// threads claim space without a lock. The one claim that runs over the end
+// leaves a filler, so a change can still walk every block to empty its slot.
+// Only changes grow the room (by doubling), never a reader.
 #include "store/Accelerators.h"
 
 #include <cstddef>

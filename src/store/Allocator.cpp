@@ -1,3 +1,7 @@
+// Three kinds: the general heap; an address range reserved once and
+// committed a page at a time as blocks reach it; and heap blocks threaded on
+// a ring through a header in front of each, so that destroying the source
+// frees them all.
 #include "store/Allocator.h"
 
 #include <sys/mman.h>

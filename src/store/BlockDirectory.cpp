@@ -1,3 +1,7 @@
+// The directory is kept in runs of bounded length, so a block split shifts
+// the entries of one run, not of the whole directory. It is built only over
+// enough blocks already in key order, and when memory runs out it is dropped:
+// searches go back to walking the blocks, slower but still right.
 #include "store/BlockDirectory.h"
 
 #include <new>

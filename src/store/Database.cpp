@@ -1,3 +1,7 @@
+// Every node comes zeroed from the database's own allocator, which frees
+// them all with the database. The name index keeps the first holder of an
+// id and ignores later ones; while the database gathers, ids wait beside the
+// index, and lookups by id look there too.
 #include "store/Database.h"
 
 #include <cstring>

@@ -1,3 +1,7 @@
+// Texts are found by open addressing in a table kept at most half full, and
+// sorted once at the end four code units at a time (a three-way partition
+// on each word), since ids share long stems; ids and group members follow
+// the texts' order. A merge that runs out of blocks keeps what was there.
 #include "store/Gathering.h"
 
 #include <algorithm>

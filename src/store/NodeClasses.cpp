@@ -1,3 +1,7 @@
+// The table is indexed by the first class number in a node's tag, so
+// classifying a node is one lookup. Classes that are only bases, the handle
+// (which comes from the heap) and classes that live inside record lists are
+// marked as not allocatable.
 #include "store/NodeClasses.h"
 
 #include "Q9Db.h"

@@ -1,3 +1,7 @@
+// Blocks are never given back one by one, so records keep their address for
+// the list's life, and a full block of a sorted list splits in two instead
+// of pushing items into its neighbours. A sorted search walks to the first
+// block whose last item is not below the key, then halves within it.
 #include "store/PagedList.h"
 
 #include <cstdio>

@@ -1,3 +1,7 @@
+// Each text is interned once, in the word-readable layout, into a sorted
+// index searched through a block directory; while the database gathers, new
+// texts wait in the gathering instead. A copy the index could not take is
+// still handed out: it stays valid, later searches just miss it.
 #include "store/StringStore.h"
 
 #include <cstring>

@@ -1,3 +1,7 @@
+// The index follows the channel's list by appending: it remembers where it
+// stopped, so indexing after more triggerings came costs only the new ones.
+// Buckets double to stay at most half full; if they can't grow, the old ones
+// stay, fuller but right.
 #include "store/TriggeringIndex.h"
 
 #include <cstring>

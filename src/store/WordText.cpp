@@ -1,3 +1,7 @@
+// A comparison reads four units of each text at a time and, on little-endian
+// machines, finds the first differing unit from the lowest set bit of their
+// difference; a word holding a zero unit ends it. Copies too long for the
+// local buffer go to the heap, and one that fails there is null.
 #include "store/WordText.h"
 
 #include <cstring>

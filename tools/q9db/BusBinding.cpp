@@ -1,3 +1,7 @@
+// Every file, bound or not, is imported once. A file bound to a bus that
+// describes no CAN bus is refused rather than binding nothing, and files
+// bound to one interface add up. Problems go to stderr, and the caller gets
+// the exit code the command returns.
 #include "BusBinding.h"
 
 #include <algorithm>

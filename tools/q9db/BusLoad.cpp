@@ -1,3 +1,7 @@
+// The stream follows the controller bit by bit: each bit updates the CRC-15
+// and the run of equal bits, and a run of five inserts a stuff bit that
+// starts the next run. In an FD frame the bits after BRS to the end of the
+// CRC are counted apart, as they go at the data rate when the rate switches.
 #include "BusLoad.h"
 
 #include "Q9Db.h"

@@ -1,3 +1,7 @@
+// Exact triggerings are indexed by identifier and frame type (one that may
+// be sent either way under both), and extended ones by parameter group too;
+// masked ones are tested in turn. Triggerings scheduled in time slots are
+// left out, as nothing in a capture of identifiers can match them.
 #include "DescribedFrames.h"
 
 #include "Nodes.h"

@@ -1,3 +1,7 @@
+// A frame is tried as logged, then at the length its padding hides, then by
+// parameter group; only when all fail is a described frame of the identifier
+// sought to say why. Whole-frame records are used only when they tell all
+// that the walk would write; otherwise the walk decodes the frame.
 #include "FrameDecoder.h"
 
 #include <cmath>

@@ -1,3 +1,6 @@
+// Identifiers are read as hexadecimal of at most 29 bits, a missing mask
+// meaning every bit; names go to the C library's shell pattern matcher, so
+// patterns behave as they do in a shell.
 #include "FrameFilter.h"
 
 #include <fnmatch.h>

@@ -1,3 +1,7 @@
+// The two forms are told apart by a '#' in the word after the interface.
+// Every check that fails says what was wrong with the line; error frames and
+// remote requests are not malformed but lines without data, and a trailing
+// direction mark is accepted.
 #include "FrameLine.h"
 
 #include "FrameType.h"

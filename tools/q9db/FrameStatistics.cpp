@@ -1,3 +1,7 @@
+// Identifiers are kept under one key of interface, frame type and identifier,
+// and periods as a running mean and sum of squares, so memory grows with
+// identifiers, not frames. A timestamp that goes back is counted rather than
+// taken as a period; interfaces sort naturally (can2 before can10).
 #include "FrameStatistics.h"
 
 #include <algorithm>

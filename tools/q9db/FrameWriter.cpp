@@ -1,3 +1,6 @@
+// Numbers are printed by to_chars as "%.15g" would print them, without "-0",
+// and a value read from a single in the single's shortest form. CSV repeats
+// the frame on every row, and an unknown frame keeps the header's columns.
 #include "FrameWriter.h"
 
 #include <charconv>

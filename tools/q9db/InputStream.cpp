@@ -1,3 +1,7 @@
+// The format is told from the first six bytes, read before anything is
+// handed out, so a pipe works as well as a file. Both decompressors go on
+// across concatenated streams, and data that ends inside a stream is
+// reported as a truncated file rather than taken for the end.
 #include "InputStream.h"
 
 #include <lzma.h>

@@ -1,3 +1,7 @@
+// Writes go on after short writes and interrupts and keep the first error
+// instead of ending the program. The line reader flushes its output before
+// it waits for input, so a pipe sees results as they come; a broken pipe on
+// standard output counts as written.
 #include "Io.h"
 
 #include <unistd.h>

@@ -1,3 +1,7 @@
+// Lines are built digit by digit in small buffers, without printf, as a
+// capture may hold millions. An FD frame's data is padded with zero bytes to
+// the next length a DLC gives, and a timestamp is read as whole microseconds,
+// refused when its seconds could overflow them.
 #include "LogLine.h"
 
 #include "FrameType.h"

@@ -1,3 +1,7 @@
+// A file that can't be opened is said so before any script runs; a failed
+// import is explained by the host's message, else by the script's last
+// report, and out of memory overrides both. The channels a file brought are
+// those that weren't there before its import.
 #include "Network.h"
 
 #include <algorithm>

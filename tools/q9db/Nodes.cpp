@@ -1,3 +1,7 @@
+// A name falls back from the short name to the element id to "?", so a user
+// always sees something. Signals are collected through every part of a
+// multiplexed PDU (static, dynamic and else), and a value text's value is
+// the lower limit of its range.
 #include "Nodes.h"
 
 #include "Text.h"

@@ -1,3 +1,7 @@
+// A part is assembled into a local image from its segments and its PDU
+// walked there; then only the segments whose bits changed are copied back,
+// as parts may share frame bits and an unchanged copy would undo a change.
+// Fields outside the payload are skipped; bits that can't go back are counted.
 #include "PayloadFields.h"
 
 #include <cstring>

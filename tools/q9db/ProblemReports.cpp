@@ -1,3 +1,7 @@
+// Each kind has its texts for one and for many, in a table checked against
+// the kinds at compile time. Past the limit a kind says once that the rest
+// are only counted, and the summary gives the count of every kind seen more
+// than once or not said in full.
 #include "ProblemReports.h"
 
 #include <cstdio>

@@ -1,3 +1,7 @@
+// A value is read first as a number (hexadecimal too), checked against the
+// signal's limits and encoded by the first computation that takes it; a
+// value that is no number is sought among the signal's value texts. Each
+// failure says what would have been accepted.
 #include "SignalSetting.h"
 
 #include <cerrno>

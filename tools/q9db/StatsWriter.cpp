@@ -1,3 +1,7 @@
+// Periods are shown in milliseconds with three decimals, as timestamps have
+// microseconds, and jitter is the largest deviation from the described
+// cycle. A figure that can't be given is "-" in the table, empty in CSV and
+// null in JSON; the table pads each column to its widest cell.
 #include "StatsWriter.h"
 
 #include <algorithm>

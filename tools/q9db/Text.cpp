@@ -1,3 +1,6 @@
+// The tool converts on its own, as it sees only the library's C interface.
+// A malformed, overlong or surrogate UTF-8 sequence gives U+FFFD for its
+// first byte and reading goes on with the next, so no text is cut short.
 #include "Text.h"
 
 namespace q9tool {
