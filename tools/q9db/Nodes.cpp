@@ -35,7 +35,12 @@ std::string slotText(Q9DbNode* db, Q9DbStringSlot* slot) {
 
 namespace {
 
-void collectSignals(Q9DbNode* pdu, std::vector<Q9DbNode*>& signals) {
+// As deep as the decoder follows parts into parts; parts that lead back
+// into each other must not recurse without end.
+constexpr int kDeepestNesting = 63;
+
+void collectSignals(Q9DbNode* pdu, std::vector<Q9DbNode*>& signals, int depth = 0) {
+  if (depth > kDeepestNesting) return;
   if (Q9Db_getNodeType(pdu) != Q9_NODETYPE_MultiplexedPDU) {
     forEachNode(Q9Db_enumSignalInstances, pdu, [&](Q9DbNode* instance) {
       Q9DbNode* signal = nullptr;
@@ -45,7 +50,7 @@ void collectSignals(Q9DbNode* pdu, std::vector<Q9DbNode*>& signals) {
   }
   auto partSignals = [&](Q9DbNode* part) {
     Q9DbNode* carried = nullptr;
-    if (part && Q9Db_getReference(part, &carried) == S_OK && carried) collectSignals(carried, signals);
+    if (part && Q9Db_getReference(part, &carried) == S_OK && carried) collectSignals(carried, signals, depth + 1);
   };
   Q9DbNode* part = nullptr;
   if (Q9Db_getStaticPart(pdu, &part) == S_OK) partSignals(part);
