@@ -9,7 +9,6 @@
 #include <cmath>
 #include <limits>
 #include <cstdarg>
-#include <cmath>
 #include <cstdio>
 #include <unordered_map>
 
@@ -245,6 +244,9 @@ class Resolver {
           const auto found = ecuByName_.find(a.objectName);
           if (found != ecuByName_.end())
             store(ecuAttributes_[found->second], a.name, attributes_.typed(a.name, a.value));
+          else
+            report_.warn(a.at, formatText("attribute %s refers to node %s, which the file doesn't list",
+                                          a.name.c_str(), a.objectName.c_str()));
           break;
         }
         case DbcObjectKind::EnvironmentVariable:

@@ -121,6 +121,11 @@ const Case kCases[] = {
      "Electronic_Control_Unit_Of_The_Door"},
     // Declared as texts, long names that read as numbers are names still.
     {"numeric_long_names.dbc", {}, {{801, 0, {0x03}, "7=3"}}, "numeric_long_names/ECU/Ecu", "5"},
+    {"attribute_of_unlisted_node.dbc",
+     {":11:1: attribute SystemNodeLongSymbol refers to node Gateway, which the file doesn't list"},
+     {{145, 0, {0x01}, "Speed=1"}},
+     "attribute_of_unlisted_node/ECU/Ecu",
+     "WiperControlUnit"},
     {"utf8_with_mark.dbc", {}, {{900, 0, {0x50}, "Temp=40"}}, "utf8_with_mark/frame/Climate", "Gr\u00f6\u00dfe \u2013 Temperatur"},
     {"multiplexing_value_lists.dbc",
      {},
