@@ -8,12 +8,20 @@ namespace q9 {
 
 LdfReader::LdfReader(std::string_view text, LdfFile& file, ImportReport& report)
     : file(file), report(report), scanner_(text) {
-  scanner_.next(token_);
+  scan(token_);
+}
+
+// What the end of the text cut short is read as if closed there, and said.
+void LdfReader::scan(LdfToken& token) {
+  scanner_.next(token);
+  const TextPosition comment = scanner_.takeUnclosedComment();
+  if (comment.line) report.warn(comment, "comment has no closing '*/'; it was taken to end with the file");
+  if (token.unclosed) report.warn(token.at, "string has no closing quote; it was taken to end with the file");
 }
 
 const LdfToken& LdfReader::peek() {
   if (!hasAhead_) {
-    scanner_.next(ahead_);
+    scan(ahead_);
     hasAhead_ = true;
   }
   return ahead_;
@@ -28,7 +36,7 @@ void LdfReader::advance() {
     token_ = ahead_;
     hasAhead_ = false;
   } else {
-    scanner_.next(token_);
+    scan(token_);
   }
 }
 

@@ -113,6 +113,7 @@ class LdfReader {
   // Skips to the ';' or the block's '}' that ends the statement at depth.
   void skipStatement(int depth);
 
+  void scan(LdfToken& token);
   LdfTextScanner scanner_;
   LdfToken token_;
   LdfToken ahead_;

@@ -65,6 +65,7 @@ void LdfTextScanner::skipBlanksAndComments() {
       while (p_ < end_ && *p_ != '\n' && *p_ != '\r') ++p_;
     } else if (c == '/' && p_ + 1 < end_ && p_[1] == '*') {
       // Up to and including the first "*/"; the end of the text ends it too.
+      const TextPosition start = positionOf(p_);
       p_ += 2;
       while (p_ < end_ && !(*p_ == '*' && p_ + 1 < end_ && p_[1] == '/')) {
         if (*p_ == '\n' || *p_ == '\r')
@@ -72,7 +73,8 @@ void LdfTextScanner::skipBlanksAndComments() {
         else
           ++p_;
       }
-      p_ = p_ < end_ ? p_ + 2 : end_;
+      if (p_ < end_) p_ += 2;
+      else unclosedComment_ = start;
     } else {
       return;
     }
@@ -85,6 +87,7 @@ void LdfTextScanner::next(LdfToken& token) {
   token.at = positionOf(p_);
   token.integer = 0;
   token.real = 0;
+  token.unclosed = false;
   if (p_ >= end_) {
     token.code = kTokenEnd;
     token.text = {};
@@ -127,6 +130,7 @@ void LdfTextScanner::scanString(LdfToken& token) {
   while (q < end_ && *q != '"' && *q != '\\' && *q != '\n' && *q != '\r') ++q;
   if (q >= end_ || *q == '"') {
     token.text = std::string_view(start, std::size_t(q - start));
+    token.unclosed = q >= end_;
     p_ = q < end_ ? q + 1 : end_;
     return;
   }
@@ -153,6 +157,7 @@ void LdfTextScanner::scanString(LdfToken& token) {
     }
   }
   if (p_ < end_) ++p_;  // the closing quote
+  else token.unclosed = true;
   token.text = out;
 }
 

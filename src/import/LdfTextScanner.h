@@ -21,6 +21,7 @@ struct LdfToken {
   TextPosition endAt;     // just behind the last character
   const char* begin = nullptr;  // the token's place in the text, for quoting spans
   const char* end = nullptr;
+  bool unclosed = false;  // a string the end of the text ended, no closing quote
   uint32_t integer = 0;  // integers: unsigned, or the signed value's bits
   double real = 0;       // floating-point constants
 
@@ -45,6 +46,13 @@ class LdfTextScanner {
   void next(LdfToken& token);
 
   const char* textEnd() const { return end_; }
+  // Where a block comment began that the end of the text ended, once: the
+  // reader says so (line 0: none).
+  TextPosition takeUnclosedComment() {
+    TextPosition at = unclosedComment_;
+    unclosedComment_ = {};
+    return at;
+  }
 
  private:
   void skipBlanksAndComments();
@@ -63,6 +71,7 @@ class LdfTextScanner {
   std::string numberText_;  // a number's text, zero-terminated for the C library
   std::string strings_[2];  // strings with escapes or line ends, in turns
   unsigned turn_ = 0;
+  TextPosition unclosedComment_{};
 };
 
 }  // namespace q9
