@@ -21,13 +21,6 @@ std::vector<Q9DbNode*> allChannels(Q9DbNode* db) {
   return channels;
 }
 
-// The reader's messages begin with the file's name (and line and column);
-// others get it put in front.
-std::string namingTheFile(const std::string& path, const std::string& text) {
-  if (text.compare(0, path.size(), path) == 0) return text;
-  return path + ": " + text;
-}
-
 }  // namespace
 
 std::vector<FileReport> NativeDatabase::load(const std::string& path, const std::string& bus) {
@@ -36,13 +29,8 @@ std::vector<FileReport> NativeDatabase::load(const std::string& path, const std:
   std::string error;
   const bool imported = network_.import(path, error);
   std::vector<FileReport> reports;
-  const std::vector<q9tool::ImportReport>& all = network_.reports();
-  for (size_t i = reportsBefore; i < all.size(); ++i) {
-    // The reader's last warning of an unusable file is the failure itself.
-    if (!imported && i + 1 == all.size() && namingTheFile(path, all[i].text).compare(0, error.size(), error) == 0)
-      break;
-    reports.push_back({all[i].first, all[i].second, namingTheFile(path, all[i].text)});
-  }
+  for (q9tool::ImportReport& report : network_.reportsOf(path, reportsBefore, imported, error))
+    reports.push_back({report.first, report.second, std::move(report.text)});
   if (!imported) throw ImportFailure(error, std::move(reports));
   File file{path, bus, {}};
   for (Q9DbNode* channel : allChannels(db()))

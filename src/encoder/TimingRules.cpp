@@ -10,12 +10,9 @@
 namespace q9 {
 namespace {
 
-// "now < last + interval" without the sum overflowing.
-bool before(uint64_t now, uint64_t last, uint64_t interval) { return now < last || now - last < interval; }
-
 bool isDue(const TimingRule& rule, uint64_t now, uint64_t last) {
-  if (rule.kind == Q9_NODETYPE_CyclicTiming) return rule.interval != 0 && !before(now, last, rule.interval);
-  return rule.interval == 0 || last == 0 || !before(now, last, rule.interval);
+  if (rule.kind == Q9_NODETYPE_CyclicTiming) return rule.interval != 0 && !withinInterval(now, last, rule.interval);
+  return rule.interval == 0 || last == 0 || !withinInterval(now, last, rule.interval);
 }
 
 // The time from which a rule is due after a send at last; kNever for a

@@ -12,6 +12,12 @@ namespace q9 {
 // A time no trigger reaches before the record's state changes.
 constexpr uint64_t kNever = UINT64_MAX;
 
+// "now < last + interval" without the sum overflowing: the interval since
+// last hasn't passed.
+inline bool withinInterval(uint64_t now, uint64_t last, uint64_t interval) {
+  return now < last || now - last < interval;
+}
+
 struct TimingRule {
   uint64_t interval;  // the cycle time, or the debounce time as 32 unsigned bits
   uint16_t kind;      // Q9_NODETYPE_CyclicTiming or Q9_NODETYPE_EventControlledTiming

@@ -4,6 +4,7 @@
 // kWalkSkip, so the count doesn't go on into what it counted.
 #include "encoder/WalkerCommands.h"
 
+#include "encoder/TimingRules.h"
 #include "store/Nodes.h"
 
 namespace q9 {
@@ -28,9 +29,6 @@ bool scopeList(const void* scope, uint32_t descend, ListKind* kind) {
     default: return false;
   }
 }
-
-// "now < cycle + last" without the sum overflowing.
-bool before(uint64_t now, uint64_t last, uint64_t interval) { return now < last || now - last < interval; }
 
 }  // namespace
 
@@ -183,7 +181,7 @@ uint32_t CQ9DbCMD::OnCyclicTiming(uint32_t, uint32_t, void* node) {
   if (command_ != kCheckTiming) return kWalkInto;
   result_ = Q9_NODETYPE_CyclicTiming;  // due cleared
   const uint64_t cycle = as<CyclicTiming>(node)->cycleTime;
-  if (cycle == 0 || before(now_, last_, cycle)) return kWalkSkip;
+  if (cycle == 0 || withinInterval(now_, last_, cycle)) return kWalkSkip;
   SetFlag(true);
   return kWalkStop;
 }
@@ -192,7 +190,7 @@ uint32_t CQ9DbCMD::OnEventControlledTiming(uint32_t, uint32_t, void* node) {
   if (command_ != kCheckTiming) return kWalkInto;
   const uint32_t debounce = uint32_t(as<EventControlledTiming>(node)->debounceTime);
   result_ = (result_ & ~uint64_t(0xFFFFu)) | Q9_NODETYPE_EventControlledTiming;
-  if (debounce != 0 && last_ != 0 && before(now_, last_, debounce)) {
+  if (debounce != 0 && last_ != 0 && withinInterval(now_, last_, debounce)) {
     SetFlag(false);
     return kWalkSkip;
   }

@@ -125,7 +125,7 @@ class Planner {
   // The switch values that select anything in scope, ascending. A range
   // beyond the switch's width is cut to it, and so is a switch with more
   // values than parts are made for; single values stay as the file gives
-  // them (the builder reports those that can't occur).
+  // them (those that can't occur are warned about here).
   std::vector<uint64_t> valuesOf(std::size_t switchSignal, const std::vector<bool>& inScope, int32_t bits) {
     const uint64_t top = bits >= 64 ? UINT64_MAX : (uint64_t(1) << bits) - 1;
     std::vector<uint64_t> values;

@@ -91,21 +91,26 @@ bool Network::import(const std::string& path, std::string& error, ReportCollecto
   return false;
 }
 
+std::vector<ImportReport> Network::reportsOf(const std::string& path, size_t first, bool imported,
+                                             const std::string& error) const {
+  std::vector<ImportReport> named;
+  for (size_t i = first; i < reports_.size(); ++i) {
+    ImportReport report{reports_[i].first, reports_[i].second, namingTheFile(path, reports_[i].text)};
+    // The reader's last warning of an unusable file is the failure itself.
+    if (!imported && i + 1 == reports_.size() && report.text.compare(0, error.size(), error) == 0) break;
+    named.push_back(std::move(report));
+  }
+  return named;
+}
+
 bool importFiles(Network& network, const std::vector<std::string>& files, const ImportOptions& options) {
   for (const std::string& file : files) {
     std::string error;
     size_t before = network.reports().size();
     bool imported = network.import(file, error);
-    if (!options.quiet) {
-      const std::vector<ImportReport>& reports = network.reports();
-      for (size_t i = before; i < reports.size(); ++i) {
-        // The reader's last warning of an unusable file is the failure itself.
-        if (!imported && i + 1 == reports.size() && namingTheFile(file, reports[i].text).compare(0, error.size(), error) == 0)
-          break;
-        if (reports[i].first == 1)
-          std::fprintf(stderr, "q9db: warning: %s\n", namingTheFile(file, reports[i].text).c_str());
-      }
-    }
+    if (!options.quiet)
+      for (const ImportReport& report : network.reportsOf(file, before, imported, error))
+        if (report.first == 1) std::fprintf(stderr, "q9db: warning: %s\n", report.text.c_str());
     if (!imported) {
       std::fprintf(stderr, "q9db: %s\n", error.c_str());
       return false;

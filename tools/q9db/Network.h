@@ -55,6 +55,11 @@ class Network {
   // given in place of the network's own.
   bool import(const std::string& path, std::string& error, ReportCollector* collector = nullptr);
   const std::vector<ImportReport>& reports() const { return reports_; }
+  // The reports of the import of path that began with reports().size() at
+  // first, each text naming the file; a failed import's last report is
+  // left out when it is the failure itself (error says it).
+  std::vector<ImportReport> reportsOf(const std::string& path, size_t first, bool imported,
+                                      const std::string& error) const;
 
   // The channels of the CAN clusters, where frames of a capture are decoded.
   std::vector<Q9DbNode*> canChannels() const;
