@@ -89,23 +89,10 @@ class Writer : public q9tool::FieldVisitor {
 
   uint64_t rawOfNumber(const PayloadField& field, const std::string& name, double value) {
     if (!std::isfinite(value)) fail(name, number(value) + " is no finite number");
-    if (options_.checkRange) {
-      Q9DbPhysicalValue physical{};
-      physical.valueType = Q9_VALUETYPE_DOUBLE;
-      physical.value.d = value;
-      const HRESULT limits = Q9Db_checkValueInMinMax(field.signal, &physical);
-      if (limits == Q9_VALUEBELOWRANGE || limits == Q9_VALUEABOVERANGE) {
-        double minimum = 0, maximum = 0;
-        Q9Db_getMinValue(field.signal, &minimum);
-        Q9Db_getMaxValue(field.signal, &maximum);
-        fail(name, number(value) + " is out of the signal's range " + number(minimum) + " .. " + number(maximum));
-      }
-    }
     uint64_t raw = 0;
-    if (rawOfPhysical(field.signal, value, raw)) return raw;
-    const std::string range = q9tool::encodableRange(field.signal);
-    fail(name, range.empty() ? "the signal has no computation from physical to raw values"
-                             : number(value) + " is beyond what the signal's bits carry (" + range + ")");
+    std::string problem;
+    if (!q9tool::rawValueOfNumber(field.signal, value, options_.checkRange, raw, problem)) fail(name, problem);
+    return raw;
   }
 
   uint64_t checkedRaw(const PayloadField& field, const std::string& name, const SignalInput& input) {

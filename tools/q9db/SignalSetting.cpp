@@ -32,11 +32,13 @@ bool parseNumber(const std::string& text, double& out) {
   return true;
 }
 
-bool rawValueOfNumber(Q9DbNode* signal, double value, uint64_t& raw, std::string& problem) {
+}  // namespace
+
+bool rawValueOfNumber(Q9DbNode* signal, double value, bool checkRange, uint64_t& raw, std::string& problem) {
   Q9DbPhysicalValue physical{};
   physical.valueType = Q9_VALUETYPE_DOUBLE;
   physical.value.d = value;
-  HRESULT limits = Q9Db_checkValueInMinMax(signal, &physical);
+  HRESULT limits = checkRange ? Q9Db_checkValueInMinMax(signal, &physical) : S_OK;
   if (limits == Q9_VALUEBELOWRANGE || limits == Q9_VALUEABOVERANGE) {
     double minimum = 0, maximum = 0;
     Q9Db_getMinValue(signal, &minimum);
@@ -58,8 +60,6 @@ bool rawValueOfNumber(Q9DbNode* signal, double value, uint64_t& raw, std::string
                           : number(value) + " is beyond what the signal's bits carry (" + range + ")";
   return false;
 }
-
-}  // namespace
 
 std::string encodableRange(Q9DbNode* signal) {
   Q9DbNode* coding = nullptr;
@@ -97,7 +97,7 @@ bool parseSignalSetting(std::string_view text, SignalSetting& out, std::string& 
 
 bool rawValueFor(Q9DbNode* db, Q9DbNode* signal, const std::string& value, uint64_t& raw, std::string& problem) {
   double physical = 0;
-  if (parseNumber(value, physical)) return rawValueOfNumber(signal, physical, raw, problem);
+  if (parseNumber(value, physical)) return rawValueOfNumber(signal, physical, true, raw, problem);
   std::vector<ValueText> texts = valueTexts(db, signal);
   for (const ValueText& text : texts) {
     if (text.text != value) continue;

@@ -27,6 +27,11 @@ bool parseSignalSetting(std::string_view text, SignalSetting& out, std::string& 
 // number nor a text, outside the signal's limits or what its bits carry).
 bool rawValueFor(Q9DbNode* db, Q9DbNode* signal, const std::string& value, uint64_t& raw, std::string& problem);
 
+// The raw value of a physical number through the first of the signal's
+// encoding computations that takes it; with checkRange, a value outside the
+// signal's limits is refused first. False with problem naming the reason.
+bool rawValueOfNumber(Q9DbNode* signal, double value, bool checkRange, uint64_t& raw, std::string& problem);
+
 // The physical values the signal's encoding computations take, as
 // "low .. high" over all their ranges; empty when there are none.
 std::string encodableRange(Q9DbNode* signal);
