@@ -93,7 +93,7 @@ void readFrames(LdfReader& r) {
     frame.name = r.entryName("a frame");
     r.label("frame " + frame.name);
     r.expect(':');
-    frame.ident = r.integer("the frame's identifier");
+    frame.ident = r.identifier("the frame's identifier");
     r.expect(',');
     frame.publisher = r.name("the publisher");
     frame.size = r.accept(',') ? r.integer("the frame's length") : defaultFrameSize(frame.ident);
@@ -128,7 +128,7 @@ void readEventTriggeredFrames(LdfReader& r) {
       frame.collisionTable = r.entryName("a collision resolving schedule table");
       r.expect(',');
     }
-    frame.ident = r.integer("the frame's identifier");
+    frame.ident = r.identifier("the frame's identifier");
     r.expect(',');
     readFrameNames(r, frame.frames);
     r.endStatement(("event-triggered frame " + frame.name).c_str());
@@ -143,7 +143,7 @@ void readDiagnosticFrames(LdfReader& r) {
     frame.name = r.entryName("a diagnostic frame");
     r.label("diagnostic frame " + frame.name);
     r.expect(':');
-    frame.ident = r.integer("the frame's identifier");
+    frame.ident = r.identifier("the frame's identifier");
     readSignalEntries(r, "a diagnostic frame", frame.signals);
     r.file.diagnosticFrames.push_back(std::move(frame));
   });

@@ -2,7 +2,10 @@
 // ends, and passing over what can't be read.
 #include "import/LdfReader.h"
 
+#include <cerrno>
 #include <cmath>
+#include <cstdlib>
+#include <string>
 
 namespace q9 {
 
@@ -69,6 +72,24 @@ std::string LdfReader::entryName(const char* what) {
   return name(what);
 }
 
+namespace {
+
+// Whether an integer as written (decimal, 0x hexadecimal, leading-zero
+// octal, signed) fits the 32 bits the format reads it into; the scanner
+// keeps only 32, so a larger one would come out as another number.
+bool fits32Bits(std::string_view written) {
+  const std::string text(written);
+  errno = 0;
+  if (!text.empty() && text[0] == '-') {
+    const long long value = std::strtoll(text.c_str(), nullptr, 0);
+    return errno != ERANGE && value >= INT32_MIN;
+  }
+  const unsigned long long value = std::strtoull(text.c_str(), nullptr, 0);
+  return errno != ERANGE && value <= UINT32_MAX;
+}
+
+}  // namespace
+
 int64_t LdfReader::integer(const char* what) {
   if (at(kTokenInteger) || at(kTokenNegativeInteger)) {
     const int64_t value = token_.signedValue();
@@ -83,6 +104,12 @@ int64_t LdfReader::integer(const char* what) {
     return value;
   }
   slip(std::string("an integer (") + what + ")");
+}
+
+int64_t LdfReader::identifier(const char* what) {
+  if ((at(kTokenInteger) || at(kTokenNegativeInteger)) && !fits32Bits(token_.text))
+    slip(std::string("an integer of at most 32 bits (") + what + ")");
+  return integer(what);
 }
 
 double LdfReader::number(const char* what) {

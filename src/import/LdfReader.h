@@ -45,6 +45,10 @@ class LdfReader {
   // identifier: a keyword there is taken with a warning.
   std::string entryName(const char* what);
   int64_t integer(const char* what);
+  // An integer that must be what it says, such as a frame's identifier: one
+  // beyond 32 bits is refused as written rather than read as another
+  // number, as integer() does.
+  int64_t identifier(const char* what);
   double number(const char* what);
   // A string constant; a number standing for it is taken as written, warned.
   std::string text(const char* what);
