@@ -319,6 +319,15 @@ run "stats, a bound frame missed" 0 "$q9db" stats --bus can1="$data/body.dbc" --
 has out "not_seen,,100,false,SteeringWheel"
 lacks out "not_seen,,100,false,DoorLocks"
 run "stats without a description" 2 "$q9db" stats --log /dev/null
+
+# Ctrl-C ends a live capture, and stats still prints what it read.
+mkfifo "$scratch/live"
+(cat "$data/stats.log"; sleep 6) >"$scratch/live" 2>/dev/null &
+writer=$!
+run "stats of a live capture ended by Ctrl-C" 0 timeout --preserve-status -s INT 3 "$q9db" stats "$dbc" --log "$scratch/live"
+kill "$writer" 2>/dev/null; wait "$writer" 2>/dev/null
+has out "described frames not seen:"
+has err "interrupted after line 15; the statistics cover what was read"
 run "bad binding" 2 "$q9db" decode -b can1 --log /dev/null
 has err "'can1' is no binding: INTERFACE=FILE"
 run "binding a file without CAN" 1 "$q9db" decode -b can1="$ldf" --log /dev/null

@@ -134,8 +134,9 @@ bool InputStream::refill() {
     rawBegin_ = 0;
   }
   for (;;) {
+    if (stopped()) return false;  // read() answers the end
     ssize_t n = ::read(fd_, raw_.data() + rawEnd_, raw_.size() - rawEnd_);
-    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && errno == EINTR) continue;  // stopped() decides
     if (n < 0) {
       error_ = std::strerror(errno);
       return false;
@@ -152,10 +153,11 @@ bool InputStream::refill() {
 
 long InputStream::read(char* buffer, size_t capacity) {
   if (!error_.empty()) return -1;
+  if (stopped()) return 0;
   if (!started_) {
     started_ = true;
     // Enough bytes to tell the format; a short pipe read is no end.
-    while (rawEnd_ < sizeof kXzMagic && !rawAtEnd_)
+    while (rawEnd_ < sizeof kXzMagic && !rawAtEnd_ && !stopped())
       if (!refill() && !error_.empty()) return -1;
     auto startsWith = [&](const unsigned char* magic, size_t size) {
       return rawEnd_ >= size && std::memcmp(raw_.data(), magic, size) == 0;
@@ -176,7 +178,7 @@ long InputStream::read(char* buffer, size_t capacity) {
     return static_cast<long>(n);
   }
   for (;;) {
-    if (finished_) return 0;
+    if (finished_ || stopped()) return 0;
     if (rawBegin_ == rawEnd_ && !rawAtEnd_ && !refill() && !error_.empty()) return -1;
     size_t used = 0;
     long produced = decompressor_->run(raw_.data() + rawBegin_, rawEnd_ - rawBegin_, used, buffer, capacity,

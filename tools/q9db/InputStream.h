@@ -5,6 +5,7 @@
 #define Q9DB_TOOL_INPUTSTREAM_H
 
 #include <cstddef>
+#include <csignal>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,6 +25,11 @@ class InputStream {
   // error()). Blocks only when nothing is at hand.
   long read(char* buffer, size_t capacity);
 
+  // A flag (set by a signal handler) that ends the input as if the file
+  // ended: a read it interrupts, or the next read, answers the end.
+  void stopWhen(const volatile std::sig_atomic_t* flag) { stop_ = flag; }
+  bool stopped() const { return stop_ && *stop_; }
+
   Compression compression() const { return compression_; }
   // Bytes taken from the descriptor so far (compressed ones when compressed).
   unsigned long long consumed() const { return consumed_; }
@@ -37,6 +43,7 @@ class InputStream {
   long fail(std::string text);
 
   int fd_;
+  const volatile std::sig_atomic_t* stop_ = nullptr;
   Compression compression_ = Compression::None;
   std::unique_ptr<Decompressor> decompressor_;
   std::vector<unsigned char> raw_;

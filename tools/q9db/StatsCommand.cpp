@@ -2,6 +2,7 @@
 // periods and jitter per identifier, frames of the wrong length or form,
 // unknown identifiers, and the bus load of each interface.
 #include <CLI/CLI.hpp>
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -43,6 +44,33 @@ std::vector<const DescribedFrame*> framesNotSeen(const DescribedFrames& describe
   return notSeen;
 }
 
+volatile std::sig_atomic_t interrupted = 0;
+void onInterrupt(int) { interrupted = 1; }
+
+// Ctrl-C ends the input, not the program: a live capture piped in is
+// stopped that way, and its statistics are still wanted. A command the
+// shell started in the background (SIGINT ignored) keeps ignoring it.
+class InterruptEndsInput {
+ public:
+  InterruptEndsInput() {
+    struct sigaction action {};
+    action.sa_handler = onInterrupt;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = 0;  // no SA_RESTART: a blocked read returns at once
+    if (sigaction(SIGINT, nullptr, &previous_) == 0 && previous_.sa_handler != SIG_IGN)
+      installed_ = sigaction(SIGINT, &action, nullptr) == 0;
+  }
+  ~InterruptEndsInput() {
+    if (installed_) sigaction(SIGINT, &previous_, nullptr);
+  }
+  InterruptEndsInput(const InterruptEndsInput&) = delete;
+  InterruptEndsInput& operator=(const InterruptEndsInput&) = delete;
+
+ private:
+  struct sigaction previous_ {};
+  bool installed_ = false;
+};
+
 }  // namespace
 
 CLI::App* addStatsCommand(CLI::App& app, StatsOptions& options) {
@@ -61,7 +89,8 @@ CLI::App* addStatsCommand(CLI::App& app, StatsOptions& options) {
       "CAN FD: the same up to the data (dynamic stuff bits counted), then stuff count and CRC-17/21 with their fixed\n"
       "stuff bits; BRS and the CRC delimiter count whole at the nominal rate, so the time is an estimate within a\n"
       "bit per frame. Remote and error frames are left out; lines without a timestamp count, but give no period\n"
-      "and no load. Both are reported on standard error.\n"
+      "and no load. Both are reported on standard error. Ctrl-C ends a live capture: the statistics\n"
+      "cover what was read.\n"
       "Example: q9db stats car.dbc --log drive.log --format csv");
   command->add_option("FILE", options.files, "Description files for every bus (DBC, LDF)");
   command->add_option("--bus", options.bindings,
@@ -114,6 +143,8 @@ int runStats(const StatsOptions& options) {
   StatsReport report{statistics, {options.bitrate, options.dataBitrate}, {}, logName};
   int status = kExitOk;
   InputStream input(capture.fd());
+  InterruptEndsInput interruptEndsInput;
+  input.stopWhen(&interrupted);
   LineReader reader(input, nullptr);
   Progress progress(capture.fd());
   CanFrame frame;
@@ -146,6 +177,9 @@ int runStats(const StatsOptions& options) {
                  reader.error().c_str());
     status = kExitInputError;
   }
+  if (input.stopped())
+    std::fprintf(stderr, "q9db: %s: interrupted after line %llu; the statistics cover what was read\n",
+                 logName.c_str(), reader.lineNumber());
 
   // Nothing is left out unsaid.
   const struct {
