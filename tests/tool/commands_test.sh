@@ -538,6 +538,18 @@ has err "q9db: sending SteeringStatus at 1700000000.020000: $scratch/raises.lua:
 has out "(1700000000.010000) can0 180#"
 lacks out "(1700000000.020000) can0 180#"
 
+# os.exit in a script ends the simulation with its status, the capture so
+# far flushed; io.write goes to standard error, as print does.
+printf '%s\n' 'function before_send(f)' '  if f.name == "EngineStatus" and f.count == 2 then os.exit(3) end' \
+  '  io.write("sending ", f.name, "\n")' 'end' >"$scratch/stops.lua"
+run "restbus os.exit" 3 "$q9db" simulate "$dbc" --duration 1 --script "$scratch/stops.lua"
+[ "$(grep -c ' 0C8#' <<<"$out")" -eq 2 ] || fail "$current: two EngineStatus frames before the exit: $out"
+has err "sending EngineStatus"
+lacks out "sending"
+echo 'os.exit(true)' >"$scratch/early.lua"
+run "restbus os.exit in the file" 0 "$q9db" simulate "$dbc" --duration 1 --script "$scratch/early.lua"
+[ -z "$out" ] || fail "$current: frames sent after the script ended: $out"
+
 # A long capture shows its progress on a terminal (script gives one), and
 # only there.
 if command -v script >/dev/null; then

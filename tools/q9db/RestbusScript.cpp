@@ -140,6 +140,7 @@ struct RestbusScript::Session {
   const FrameSignals* signals = nullptr;
   std::vector<Reading> readings;  // of the payload as the call begins
   std::unordered_map<Q9DbNode*, FrameSignals> frames;
+  std::optional<int> exitStatus;  // set by the script's os.exit
 
   const FrameSignals& signalsOf(Q9DbNode* frame) {
     auto found = frames.find(frame);
@@ -335,13 +336,30 @@ int frameSetByte(lua_State* L) {
 const luaL_Reg kFrameMethods[] = {{"get", frameGet},     {"set", frameSet},         {"bytes", frameBytes},
                                   {"byte", frameByte},   {"setbyte", frameSetByte}, {nullptr, nullptr}};
 
-// Standard output carries the capture, so print goes to standard error.
+// Standard output carries the capture, so print and io.write go to
+// standard error.
 const char kPrintToStandardError[] =
     "print = function(...)\n"
     "  local n, parts = select('#', ...), {...}\n"
     "  for i = 1, n do parts[i] = tostring(parts[i]) end\n"
     "  io.stderr:write(table.concat(parts, '\\t', 1, n), '\\n')\n"
-    "end\n";
+    "end\n"
+    "io.write = function(...) return io.stderr:write(...) end\n";
+
+// os.exit would end the process from inside Lua, and the capture written
+// so far would never be flushed: the script's exit ends the simulation
+// instead, with the status it asks for (true 0, false 1, or a number).
+// The error object is this variable's address.
+char exitRequest;
+int scriptExit(lua_State* L) {
+  auto* session = static_cast<RestbusScript::Session*>(lua_touserdata(L, lua_upvalueindex(1)));
+  int status = 0;
+  if (lua_isboolean(L, 1)) status = lua_toboolean(L, 1) ? 0 : 1;
+  else if (!lua_isnoneornil(L, 1)) status = int(luaL_checkinteger(L, 1));
+  session->exitStatus = status;
+  lua_pushlightuserdata(L, &exitRequest);
+  return lua_error(L);
+}
 
 // Argument 1: the session.
 int openState(lua_State* L) {
@@ -354,6 +372,11 @@ int openState(lua_State* L) {
   lua_pop(L, 1);
   if (luaL_loadstring(L, kPrintToStandardError) != LUA_OK) return lua_error(L);
   lua_call(L, 0, 0);
+  lua_getglobal(L, "os");
+  lua_pushlightuserdata(L, session);
+  lua_pushcclosure(L, scriptExit, 1);
+  lua_setfield(L, -2, "exit");
+  lua_pop(L, 1);
   lua_createtable(L, 0, 1);
   luaL_newlibtable(L, kFrameMethods);
   lua_pushlightuserdata(L, session);
@@ -426,6 +449,11 @@ bool protectedCall(lua_State* L, lua_CFunction f, Session& session, std::string&
   lua_pushcfunction(L, f);
   lua_pushlightuserdata(L, &session);
   if (lua_pcall(L, 1, 0, 0) == LUA_OK) return true;
+  if (lua_touserdata(L, -1) == &exitRequest) {
+    problem = "the script ended the simulation (os.exit)";
+    lua_pop(L, 1);
+    return false;
+  }
   // Only a string is read: converting another value could raise here,
   // outside any protected call.
   if (lua_type(L, -1) == LUA_TSTRING)
@@ -443,6 +471,8 @@ RestbusScript::RestbusScript(Q9DbNode* db) : session_(std::make_unique<Session>(
 RestbusScript::~RestbusScript() {
   if (L_) lua_close(L_);
 }
+
+std::optional<int> RestbusScript::exitStatus() const { return session_->exitStatus; }
 
 bool RestbusScript::load(const std::string& path, std::string& problem) {
   if (!L_) {

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "Q9Db.h"
@@ -45,6 +46,9 @@ class RestbusScript {
   bool definesBeforeSend() const;
   // Calls before_send(frame). False with problem as for load.
   bool beforeSend(OutgoingFrame& frame, std::string& problem);
+  // The status the script asked for with os.exit, which ends the
+  // simulation (load or beforeSend then answers false), not the process.
+  std::optional<int> exitStatus() const;
 
   struct Session;  // what the script's frame objects reach
 

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -116,13 +117,14 @@ struct Waiting {
 };
 
 // The script's file run, or null without --script; false after reporting
-// why it can't run.
+// why it can't run, or when it ended the simulation already (its status in
+// exitStatus()).
 bool loadScript(const SimulateOptions& options, Q9DbNode* db, std::unique_ptr<RestbusScript>& script) {
   if (options.script.empty()) return true;
   script = std::make_unique<RestbusScript>(db);
   std::string problem;
   if (!script->load(options.script, problem)) {
-    std::fprintf(stderr, "q9db: %s\n", problem.c_str());
+    if (!script->exitStatus()) std::fprintf(stderr, "q9db: %s\n", problem.c_str());
     return false;
   }
   if (!script->definesBeforeSend())
@@ -139,7 +141,7 @@ int runSimulate(const SimulateOptions& options) {
   // The script's setup may still change the database; the encoder then
   // works on it as it is.
   std::unique_ptr<RestbusScript> script;
-  if (!loadScript(options, network.db(), script)) return kExitInputError;
+  if (!loadScript(options, network.db(), script)) return script ? script->exitStatus().value_or(kExitInputError) : kExitInputError;
   std::vector<SentFrame> frames = canFrames(network);
   if (frames.empty()) {
     std::fprintf(stderr, "q9db: no CAN frame to send in %s\n",
@@ -201,6 +203,7 @@ int runSimulate(const SimulateOptions& options) {
         std::string problem;
         if (!script->beforeSend(outgoing, problem)) {
           out.flush();  // what went out before stays a valid capture
+          if (std::optional<int> exit = script->exitStatus()) return *exit;
           std::fprintf(stderr, "q9db: sending %s at %" PRIu64 ".%06" PRIu64 ": %s\n", w.frame->name.c_str(),
                        microseconds / 1000000, microseconds % 1000000, problem.c_str());
           return kExitInputError;
