@@ -31,35 +31,21 @@ void Catalog::build(Q9DbNode* db) {
       if (Q9Db_getNodeType(channel) == Q9_NODETYPE_Channel) channels_.push_back({channel, displayName(channel), type});
     });
   });
-  for (uint32_t c = 0; c < channels_.size(); ++c) {
-    forEachNode(Q9Db_enumFrameTriggerings, channels_[c].node, [&](Q9DbNode* triggering) {
-      FrameEntry entry{triggering, nullptr, c, {}, 0, ~0u, 0, 0, 0, {}, {}};
-      if (Q9Db_getFrame(triggering, &entry.frame) != S_OK || !entry.frame) return;
-      const uint32_t type = Q9Db_getNodeType(triggering);
-      if (type == Q9_NODETYPE_MaskedIdentifierTriggering) {
-        Q9Db_getIdentifierCode(triggering, &entry.identifier);
-        Q9Db_getIdentifierMask(triggering, &entry.mask);
-      } else if (type == Q9_NODETYPE_IdentifierBasedTriggering) {
-        Q9Db_getIdentifier(triggering, &entry.identifier);
-      } else {
-        return;  // scheduled in time slots: nothing a log of identifiers finds
-      }
-      entry.name = displayName(entry.frame);
-      Q9Db_getFlags(triggering, &entry.flags);
-      Q9Db_getLength(entry.frame, &entry.length);
-      entry.cycleMilliseconds = q9tool::frameCycleTime(entry.frame);
-      entry.signals = layOutSignals(entry.frame);
-      const auto at = uint32_t(frames_.size());
-      byTriggering_.insert(triggering, nullptr, int32_t(at));
-      if (entry.masked()) {
-        masked_.push_back(at);
-      } else {
-        if (!entry.extended()) byIdentifier_[key(entry.identifier, false)].push_back(at);
-        if (q9tool::sentExtended(entry.identifier, entry.flags))
-          byIdentifier_[key(entry.identifier, true)].push_back(at);
-      }
-      frames_.push_back(std::move(entry));
-    });
+  // The frames the tool's index finds from a log (by identifier or mask),
+  // in its order, which is the channels' and their triggerings'.
+  std::vector<Q9DbNode*> nodes;
+  for (const ChannelEntry& channel : channels_) nodes.push_back(channel.node);
+  index_.emplace(nodes);
+  const std::vector<q9tool::DescribedFrame>& described = index_->all();
+  for (size_t at = 0; at < described.size(); ++at) {
+    const q9tool::DescribedFrame& d = described[at];
+    uint32_t channel = 0;
+    while (channels_[channel].node != d.channel) ++channel;
+    FrameEntry entry{index_->triggering(at), d.frame,  channel, d.name,
+                     d.identifier,           d.mask,   d.flags, d.length,
+                     d.cycleMilliseconds,    layOutSignals(d.frame), {}};
+    byTriggering_.insert(entry.triggering, nullptr, int32_t(at));
+    frames_.push_back(std::move(entry));
   }
   // The frames' signals and their value texts first, in order: the
   // categories of a decoded log are the same whatever it holds.

@@ -8,12 +8,14 @@
 #define Q9DB_PYTHON_CATALOG_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
 #include "PointerIndex.h"
+#include "DescribedFrames.h"
 #include "FrameType.h"
 #include "Q9Db.h"
 #include "SignalLayout.h"
@@ -42,7 +44,6 @@ struct FrameEntry {
   bool extended() const { return q9tool::describedExtended(flags); }
   bool eitherType() const { return q9tool::describedEitherType(flags); }
   bool fd() const { return flags & Q9_FLAG_CANFD_FRAME; }
-  bool masked() const { return mask != ~0u; }
 };
 
 // A signal as one frame carries it.
@@ -74,20 +75,15 @@ class Catalog {
 
   // Calls visit(index) for each frame described with identifier as a
   // standard (extended false) or extended one; masked triggerings whose
-  // code and mask take it too.
+  // code and mask take it too. The tool's index finds them, so both find
+  // the same frames.
   template <typename Visit>
   void forFramesWith(uint32_t identifier, bool extended, Visit visit) const {
-    auto found = byIdentifier_.find(key(identifier, extended));
-    if (found != byIdentifier_.end())
-      for (uint32_t at : found->second) visit(at);
-    for (uint32_t at : masked_) {
-      const FrameEntry& f = frames_[at];
-      if ((identifier & f.mask) == (f.identifier & f.mask) && (f.eitherType() || f.extended() == extended)) visit(at);
-    }
+    if (!index_) return;
+    for (const q9tool::DescribedFrame* found : index_->find(identifier, extended)) visit(uint32_t(index_->indexOf(found)));
   }
 
  private:
-  static uint64_t key(uint32_t identifier, bool extended) { return uint64_t(identifier) << 1 | (extended ? 1 : 0); }
   uint32_t addSlot(int32_t frame, uint32_t channel, Q9DbNode* signal);
 
   Q9DbNode* db_ = nullptr;
@@ -99,8 +95,7 @@ class Catalog {
   PointerIndex byTriggering_;
   PointerIndex slotIndex_;     // (triggering or channel, signal) -> slot
   PointerIndex textSlotIndex_;  // (text slot, null) -> text code
-  std::unordered_map<uint64_t, std::vector<uint32_t>> byIdentifier_;
-  std::vector<uint32_t> masked_;
+  std::optional<q9tool::DescribedFrames> index_;  // frames_ at the same places
 };
 
 }  // namespace q9py

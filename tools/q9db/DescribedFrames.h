@@ -50,6 +50,10 @@ class DescribedFrames {
   bool takesAlone(Q9DbNode* triggering, Q9DbNode* channel) const;
 
   const std::vector<DescribedFrame>& all() const { return frames_; }
+  // The triggering of all()[at].
+  Q9DbNode* triggering(size_t at) const { return triggerings_[at]; }
+  // The place in all() of a frame find() answered.
+  size_t indexOf(const DescribedFrame* frame) const { return size_t(frame - frames_.data()); }
 
  private:
   static uint64_t key(uint32_t identifier, bool extended) { return uint64_t(identifier) << 1 | (extended ? 1 : 0); }
