@@ -324,7 +324,7 @@ run "stats without a description" 2 "$q9db" stats --log /dev/null
 mkfifo "$scratch/live"
 (cat "$data/stats.log"; sleep 6) >"$scratch/live" 2>/dev/null &
 writer=$!
-run "stats of a live capture ended by Ctrl-C" 0 timeout --preserve-status -s INT 3 "$q9db" stats "$dbc" --log "$scratch/live"
+run "stats of a live capture ended by Ctrl-C" 0 timeout --foreground --preserve-status -s INT 3 "$q9db" stats "$dbc" --log "$scratch/live"
 kill "$writer" 2>/dev/null; wait "$writer" 2>/dev/null
 has out "described frames not seen:"
 has err "interrupted after line 15; the statistics cover what was read"

@@ -48,28 +48,19 @@ volatile std::sig_atomic_t interrupted = 0;
 void onInterrupt(int) { interrupted = 1; }
 
 // Ctrl-C ends the input, not the program: a live capture piped in is
-// stopped that way, and its statistics are still wanted. A command the
-// shell started in the background (SIGINT ignored) keeps ignoring it.
-class InterruptEndsInput {
- public:
-  InterruptEndsInput() {
-    struct sigaction action {};
-    action.sa_handler = onInterrupt;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = 0;  // no SA_RESTART: a blocked read returns at once
-    if (sigaction(SIGINT, nullptr, &previous_) == 0 && previous_.sa_handler != SIG_IGN)
-      installed_ = sigaction(SIGINT, &action, nullptr) == 0;
-  }
-  ~InterruptEndsInput() {
-    if (installed_) sigaction(SIGINT, &previous_, nullptr);
-  }
-  InterruptEndsInput(const InterruptEndsInput&) = delete;
-  InterruptEndsInput& operator=(const InterruptEndsInput&) = delete;
-
- private:
-  struct sigaction previous_ {};
-  bool installed_ = false;
-};
+// stopped that way, and its statistics are still wanted. The handler stays
+// to the end of the process, so that a second Ctrl-C while they are
+// written (or a signal sent twice) can't cut them off. A command the shell
+// started in the background (SIGINT ignored) keeps ignoring it.
+void letInterruptEndInput() {
+  struct sigaction previous {};
+  if (sigaction(SIGINT, nullptr, &previous) != 0 || previous.sa_handler == SIG_IGN) return;
+  struct sigaction action {};
+  action.sa_handler = onInterrupt;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = 0;  // no SA_RESTART: a blocked read returns at once
+  sigaction(SIGINT, &action, nullptr);
+}
 
 }  // namespace
 
@@ -143,7 +134,7 @@ int runStats(const StatsOptions& options) {
   StatsReport report{statistics, {options.bitrate, options.dataBitrate}, {}, logName};
   int status = kExitOk;
   InputStream input(capture.fd());
-  InterruptEndsInput interruptEndsInput;
+  letInterruptEndInput();
   input.stopWhen(&interrupted);
   LineReader reader(input, nullptr);
   Progress progress(capture.fd());
