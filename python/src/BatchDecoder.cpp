@@ -180,7 +180,7 @@ void BatchDecoder::classify(const MessageBatch& batch, size_t i, const std::vect
   Outcome why = kUnknown;
   catalog_.forFramesWith(identifier, extended, [&](uint32_t f) {
     const FrameEntry& e = catalog_.frames()[f];
-    if (decoded || !contains(channels, e.channel) || e.length < 0) return;
+    if (decoded || !contains(channels, e.channelIndex) || e.length < 0) return;
     if (e.fd() == fd && size_t(e.length) == length) {  // described without signals
       decoded = true;
       out.outcome[i] = kDecoded;
@@ -191,10 +191,10 @@ void BatchDecoder::classify(const MessageBatch& batch, size_t i, const std::vect
     if (fd && e.fd() && size_t(e.length) < length && canFdLength(size_t(e.length)) == length) {
       const Q9DbMessage m{identifier, flags, uint64_t(e.length), batch.payloads + i * kPayloadStride};
       uint32_t count = 0;
-      if (FAILED(Q9Db_decodeFrame(catalog_.channels()[e.channel].node, m.identifier, m.flags, m.length, m.payload,
+      if (FAILED(Q9Db_decodeFrame(catalog_.channels()[e.channelIndex].node, m.identifier, m.flags, m.length, m.payload,
                                   records_.data(), uint32_t(records_.size()), &count)))
         return;
-      for (uint32_t r = 0; r < count; ++r) addRecord(records_[r], int32_t(i), e.channel, m, withRaw, out);
+      for (uint32_t r = 0; r < count; ++r) addRecord(records_[r], int32_t(i), e.channelIndex, m, withRaw, out);
       decoded = true;
       out.outcome[i] = kDecoded;
       if (out.frame[i] < 0) out.frame[i] = int32_t(f);
@@ -208,7 +208,7 @@ void BatchDecoder::classify(const MessageBatch& batch, size_t i, const std::vect
   if (decoded) return;
   if (misfit < 0) {
     catalog_.forFramesWith(identifier, !extended, [&](uint32_t f) {
-      if (misfit < 0 && contains(channels, catalog_.frames()[f].channel)) misfit = int32_t(f), why = kIdentifierType;
+      if (misfit < 0 && contains(channels, catalog_.frames()[f].channelIndex)) misfit = int32_t(f), why = kIdentifierType;
     });
   }
   out.outcome[i] = why;

@@ -41,9 +41,7 @@ void Catalog::build(Q9DbNode* db) {
     const q9tool::DescribedFrame& d = described[at];
     uint32_t channel = 0;
     while (channels_[channel].node != d.channel) ++channel;
-    FrameEntry entry{index_->triggering(at), d.frame,  channel, d.name,
-                     d.identifier,           d.mask,   d.flags, d.length,
-                     d.cycleMilliseconds,    layOutSignals(d.frame), {}};
+    FrameEntry entry{d, index_->triggering(at), channel, layOutSignals(d.frame), {}};
     byTriggering_.insert(entry.triggering, nullptr, int32_t(at));
     frames_.push_back(std::move(entry));
   }
@@ -51,7 +49,7 @@ void Catalog::build(Q9DbNode* db) {
   // categories of a decoded log are the same whatever it holds.
   for (uint32_t f = 0; f < frames_.size(); ++f) {
     for (const LaidSignal& laid : frames_[f].signals) {
-      frames_[f].slots.push_back(addSlot(int32_t(f), frames_[f].channel, laid.signal));
+      frames_[f].slots.push_back(addSlot(int32_t(f), frames_[f].channelIndex, laid.signal));
       for (const q9tool::ValueText& text : q9tool::valueTexts(db, laid.signal)) textCode(text.text);
     }
   }

@@ -14,9 +14,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "PointerIndex.h"
 #include "DescribedFrames.h"
-#include "FrameType.h"
+#include "PointerIndex.h"
 #include "Q9Db.h"
 #include "SignalLayout.h"
 
@@ -28,22 +27,12 @@ struct ChannelEntry {
   int32_t clusterType;  // Q9_CLUSTERTYPE_...
 };
 
-struct FrameEntry {
+// A frame as the tool's index describes it, with what the package adds.
+struct FrameEntry : q9tool::DescribedFrame {
   Q9DbNode* triggering;
-  Q9DbNode* frame;
-  uint32_t channel;  // index among the channels
-  std::string name;
-  uint32_t identifier;  // the code of a masked triggering
-  uint32_t mask;        // all ones but for a masked triggering
-  uint32_t flags;       // the triggering's Q9_FLAG_... bits
-  int32_t length;       // bytes
-  uint64_t cycleMilliseconds;  // 0: not cyclic
+  uint32_t channelIndex;  // among the catalog's channels
   std::vector<LaidSignal> signals;
   std::vector<uint32_t> slots;  // beside signals
-
-  bool extended() const { return q9tool::describedExtended(flags); }
-  bool eitherType() const { return q9tool::describedEitherType(flags); }
-  bool fd() const { return flags & Q9_FLAG_CANFD_FRAME; }
 };
 
 // A signal as one frame carries it.

@@ -96,7 +96,7 @@ class PyDatabase {
       frame["flags"] = f.flags;
       frame["length"] = f.length;
       frame["cycle_time"] = f.cycleMilliseconds;
-      frame["channel"] = f.channel;
+      frame["channel"] = f.channelIndex;
       frame["sender"] = senderOf(f.triggering);
       frame["comment"] = commentOf(f.frame);
       py::list signals;
